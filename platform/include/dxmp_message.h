@@ -14,6 +14,13 @@
 #define DXMP_HDR_STATUS 6        // 16-bit status of a reply (200 = handled)
 #define DXMP_FIXED_HEADER_LEN 16
 
+#define DXMP_HDR_MAGIC0 0          // 'D'
+#define DXMP_HDR_MAGIC1 1          // 'X'
+#define DXMP_HDR_FRAME_LEN 8       // 32-bit little-endian length of the whole frame, fixed header included
+#define DXMP_HDR_ITEM_COUNT 12     // 16-bit little-endian number of header items
+#define DXMP_MAX_FRAME_LEN (1u << 20)  // frames declaring more are refused, never allocated
+#define DXMP_MAX_ITEMS 64
+
 #define DXMP_METHOD_GET 2
 #define DXMP_METHOD_PUT 3
 
@@ -47,6 +54,11 @@ void dxmp_content_clear(dxmp_message* msg);
 
 int dxmp_message_sendfd(dxmp_message* msg, int fd);  // 0, or -1 with errno set
 int dxmp_message_recvfd(dxmp_message* msg, int fd);  // 0, or -1 (bad frame, limit exceeded, I/O error)
+
+// Length of the frame whose fixed header is given (DXMP_FIXED_HEADER_LEN bytes): 0 and *length, or -1
+// for a bad magic or a length outside [DXMP_FIXED_HEADER_LEN, DXMP_MAX_FRAME_LEN]. Lets a transport cut
+// a byte stream into frames without decoding them.
+int dxmp_frame_length(const uint8_t* fixedHeader, uint32_t* length);
 
 // Encoding to and from memory, for services that are not reached through a descriptor.
 // dxmp_message_encode returns a malloc block (caller frees) and its length, or null.

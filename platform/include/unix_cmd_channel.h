@@ -43,6 +43,15 @@ static_assert(sizeof(MSG_DATA) == 21408, "MSG_DATA size");
 static_assert(offsetof(MSG_DATA, recvMsgCode) == 164, "MSG_DATA recvMsgCode");
 static_assert(offsetof(MSG_DATA, result) == 176, "MSG_DATA result");
 static_assert(offsetof(MSG_DATA, szPath) == 408, "MSG_DATA szPath");
+// ---- Host side: connection handles ----
+// A handle names the command-channel server's socket. It connects on first use, so creating one
+// never fails for a peer that is not there; the command functions above fail instead. Every
+// exchange is bounded by timeoutMs (a silent peer fails the call). Null only when out of memory.
+tagUNIX_SOCKET_S* UnixSocketOpen(const char* path, int timeoutMs);
+void UnixSocketClose(tagUNIX_SOCKET_S* sock);
+
+#define VW_CMD_SOCKET_DEFAULT "/tmp/vks-cmd.sock"
+
 #endif
 
 // Reads a record: on success (0) *out holds a malloc block with the record the command reads back,
@@ -55,5 +64,14 @@ VW_RESULT_TYPE SetCommon(tagHTTP_HEADER_S* header, void* data, unsigned int leng
 // Sends a command and receives the raw reply into *reply. 0 when sent and received.
 long long RestSendSynUnixMsg(char const* tag, VW_MSG_TYPE msgType, VW_CMD_TYPE cmd, vwCmdBody const* body,
                              tagUNIX_SOCKET_S* sock, MSG_DATA* reply, unsigned long long reserved);
+
+// ---- Host side: connection handles ----
+// A handle names the command-channel server's socket. It connects on first use, so creating one
+// never fails for a peer that is not there; the command functions above fail instead. Every
+// exchange is bounded by timeoutMs (a silent peer fails the call). Null only when out of memory.
+tagUNIX_SOCKET_S* UnixSocketOpen(const char* path, int timeoutMs);
+void UnixSocketClose(tagUNIX_SOCKET_S* sock);
+
+#define VW_CMD_SOCKET_DEFAULT "/tmp/vks-cmd.sock"
 
 #endif
