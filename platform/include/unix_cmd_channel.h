@@ -43,22 +43,15 @@ static_assert(sizeof(MSG_DATA) == 21408, "MSG_DATA size");
 static_assert(offsetof(MSG_DATA, recvMsgCode) == 164, "MSG_DATA recvMsgCode");
 static_assert(offsetof(MSG_DATA, result) == 176, "MSG_DATA result");
 static_assert(offsetof(MSG_DATA, szPath) == 408, "MSG_DATA szPath");
-// ---- Host side: connection handles ----
-// A handle names the command-channel server's socket. It connects on first use, so creating one
-// never fails for a peer that is not there; the command functions above fail instead. Every
-// exchange is bounded by timeoutMs (a silent peer fails the call). Null only when out of memory.
-tagUNIX_SOCKET_S* UnixSocketOpen(const char* path, int timeoutMs);
-void UnixSocketClose(tagUNIX_SOCKET_S* sock);
-
-#define VW_CMD_SOCKET_DEFAULT "/tmp/vks-cmd.sock"
-
 #endif
 
 // Reads a record: on success (0) *out holds a malloc block with the record the command reads back,
-// owned by the caller from then on; on failure *out is left unchanged.
+// owned by the caller from then on; on failure *out is left unchanged. The block is as long as the
+// record the peer's reply carries (16 bytes for 22025, 64 for 7037). Results: the peer's result,
+// 1 for a null handle, body or out, -1 when the exchange failed (no peer, time-out, bad frame).
 VW_RESULT_TYPE GetCommon(tagHTTP_HEADER_S* header, tagUNIX_SOCKET_S* sock, VW_CMD_TYPE cmd, vwCmdBody const* body,
                          void** out, unsigned long long reserved, char const* tag);
-// Writes a record of length bytes.
+// Writes a record of length bytes (at most VW_CMD_BODY_LEN). Results as for GetCommon.
 VW_RESULT_TYPE SetCommon(tagHTTP_HEADER_S* header, void* data, unsigned int length, tagUNIX_SOCKET_S* sock,
                          VW_CMD_TYPE cmd, unsigned long long reserved, char const* tag);
 // Sends a command and receives the raw reply into *reply. 0 when sent and received.
@@ -73,5 +66,7 @@ tagUNIX_SOCKET_S* UnixSocketOpen(const char* path, int timeoutMs);
 void UnixSocketClose(tagUNIX_SOCKET_S* sock);
 
 #define VW_CMD_SOCKET_DEFAULT "/tmp/vks-cmd.sock"
+// Time-out of a handle opened with timeoutMs <= 0.
+#define VW_CMD_TIMEOUT_DEFAULT_MS 3000
 
 #endif

@@ -1,1 +1,199 @@
-// placeholder
+// Host side of the unix-socket command channel: one connection per handle, one exchange at a time.
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <mutex>
+#include <new>
+#include <string>
+
+#include "cmd_channel_frame.h"
+#include "unix_cmd_channel.h"
+#include "vw_log.h"
+
+struct tagUNIX_SOCKET_S {
+    std::string path;
+    int fd = -1;
+    int timeoutMs = VW_CMD_TIMEOUT_DEFAULT_MS;
+    std::mutex mutex;  // a connection carries one exchange at a time
+};
+
+#define CMD_LOG(fmt, ...) VW_WriteLog(0, 3, g_enDebugFlag, 0, __FILE__, __LINE__, (fmt), ##__VA_ARGS__)
+
+namespace {
+
+void Disconnect(tagUNIX_SOCKET_S* sock) {
+    if (sock->fd >= 0) {
+        close(sock->fd);
+        sock->fd = -1;
+    }
+}
+
+// A connection whose peer has gone (server restarted, idle connection dropped) reads as end of file
+// or hangs up; anything else readable between exchanges is stray data, so the stream is dropped too.
+bool PeerGone(int fd) {
+    struct pollfd pfd = {fd, POLLIN, 0};
+    return poll(&pfd, 1, 0) != 0;
+}
+
+cmdframe::IoStatus Connect(tagUNIX_SOCKET_S* sock, int64_t deadlineMs) {
+    struct sockaddr_un addr;
+    memset(&addr, 0, sizeof(addr));
+    addr.sun_family = AF_UNIX;
+    if (sock->path.size() >= sizeof(addr.sun_path)) {
+        return cmdframe::kIoError;
+    }
+    memcpy(addr.sun_path, sock->path.c_str(), sock->path.size() + 1);
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (fd < 0) {
+        return cmdframe::kIoError;
+    }
+    if (connect(fd, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) != 0) {
+        // A full backlog answers EAGAIN on a non-blocking unix socket: retry until the deadline.
+        while (errno == EAGAIN && cmdframe::NowMs() < deadlineMs) {
+            usleep(1000);
+            if (connect(fd, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) == 0) {
+                sock->fd = fd;
+                return cmdframe::kIoOk;
+            }
+        }
+        close(fd);
+        return errno == EAGAIN ? cmdframe::kIoTimeout : cmdframe::kIoError;
+    }
+    sock->fd = fd;
+    return cmdframe::kIoOk;
+}
+
+cmdframe::IoStatus SendOnce(tagUNIX_SOCKET_S* sock, const cmdframe::Request& request, int64_t deadlineMs,
+                            bool* reused) {
+    *reused = sock->fd >= 0;
+    if (sock->fd < 0) {
+        cmdframe::IoStatus st = Connect(sock, deadlineMs);
+        if (st != cmdframe::kIoOk) {
+            return st;
+        }
+    }
+    return cmdframe::WriteRequest(sock->fd, request, deadlineMs);
+}
+
+// Sends the request and reads its reply within the handle's time-out. Any failure drops the
+// connection: after a partial frame the stream can no longer be trusted.
+cmdframe::IoStatus Exchange(tagUNIX_SOCKET_S* sock, const cmdframe::Request& request, cmdframe::Reply* reply) {
+    std::lock_guard<std::mutex> lock(sock->mutex);
+    int64_t deadlineMs = cmdframe::DeadlineAfter(sock->timeoutMs);
+    if (sock->fd >= 0 && PeerGone(sock->fd)) {
+        Disconnect(sock);
+    }
+    bool reused = false;
+    cmdframe::IoStatus st = SendOnce(sock, request, deadlineMs, &reused);
+    if (st == cmdframe::kIoError && reused) {
+        // The peer closed the idle connection between our check and the write: one fresh attempt.
+        Disconnect(sock);
+        st = SendOnce(sock, request, deadlineMs, &reused);
+    }
+    if (st == cmdframe::kIoOk) {
+        st = cmdframe::ReadReply(sock->fd, request.op, reply, deadlineMs);
+    }
+    if (st != cmdframe::kIoOk) {
+        CMD_LOG("[CMDCHAN]:%s cmd[%u] op[%u] failed: %s", sock->path.c_str(), request.cmd, request.op,
+                cmdframe::IoStatusText(st));
+        Disconnect(sock);
+    }
+    return st;
+}
+
+cmdframe::Request MakeRequest(cmdframe::Op op, uint16_t msgType, VW_CMD_TYPE cmd, const void* data, size_t len) {
+    cmdframe::Request request;
+    request.op = op;
+    request.msgType = msgType;
+    request.cmd = static_cast<uint32_t>(cmd);
+    const unsigned char* p = static_cast<const unsigned char*>(data);
+    if (len > 0) {
+        request.payload.assign(p, p + len);
+    }
+    return request;
+}
+
+}  // namespace
+
+tagUNIX_SOCKET_S* UnixSocketOpen(const char* path, int timeoutMs) {
+    tagUNIX_SOCKET_S* sock = new (std::nothrow) tagUNIX_SOCKET_S;
+    if (sock == nullptr) {
+        return nullptr;
+    }
+    sock->path = path != nullptr ? path : VW_CMD_SOCKET_DEFAULT;
+    sock->timeoutMs = timeoutMs > 0 ? timeoutMs : VW_CMD_TIMEOUT_DEFAULT_MS;
+    return sock;
+}
+
+void UnixSocketClose(tagUNIX_SOCKET_S* sock) {
+    if (sock == nullptr) {
+        return;
+    }
+    Disconnect(sock);
+    delete sock;
+}
+
+VW_RESULT_TYPE GetCommon(tagHTTP_HEADER_S* /*header*/, tagUNIX_SOCKET_S* sock, VW_CMD_TYPE cmd,
+                         vwCmdBody const* body, void** out, unsigned long long /*reserved*/,
+                         char const* /*tag*/) {
+    if (sock == nullptr || body == nullptr || out == nullptr) {
+        return VW_INVALID_PARAM;
+    }
+    cmdframe::Reply reply;
+    if (Exchange(sock, MakeRequest(cmdframe::kOpGet, 0, cmd, body, sizeof(*body)), &reply) != cmdframe::kIoOk) {
+        return VW_FAILED;
+    }
+    if (reply.result != 0) {
+        return reply.result;
+    }
+    if (reply.payload.empty()) {
+        CMD_LOG("[CMDCHAN]:cmd[%d] answered success without a record", static_cast<int>(cmd));
+        return VW_FAILED;
+    }
+    void* record = malloc(reply.payload.size());
+    if (record == nullptr) {
+        return VW_MEMORY_ERROR;
+    }
+    memcpy(record, reply.payload.data(), reply.payload.size());
+    *out = record;
+    return VW_SUCCESS;
+}
+
+VW_RESULT_TYPE SetCommon(tagHTTP_HEADER_S* /*header*/, void* data, unsigned int length, tagUNIX_SOCKET_S* sock,
+                         VW_CMD_TYPE cmd, unsigned long long /*reserved*/, char const* /*tag*/) {
+    if (sock == nullptr || (data == nullptr && length != 0) || length > cmdframe::kMaxRequestPayload) {
+        return VW_INVALID_PARAM;
+    }
+    cmdframe::Reply reply;
+    if (Exchange(sock, MakeRequest(cmdframe::kOpSet, 0, cmd, data, length), &reply) != cmdframe::kIoOk) {
+        return VW_FAILED;
+    }
+    return reply.result;
+}
+
+long long RestSendSynUnixMsg(char const* /*tag*/, VW_MSG_TYPE msgType, VW_CMD_TYPE cmd, vwCmdBody const* body,
+                             tagUNIX_SOCKET_S* sock, MSG_DATA* reply, unsigned long long /*reserved*/) {
+    if (sock == nullptr || body == nullptr || reply == nullptr) {
+        return VW_INVALID_PARAM;
+    }
+    cmdframe::Reply answer;
+    cmdframe::Request request =
+        MakeRequest(cmdframe::kOpMsg, static_cast<uint16_t>(msgType), cmd, body, sizeof(*body));
+    if (Exchange(sock, request, &answer) != cmdframe::kIoOk) {
+        return VW_FAILED;
+    }
+    if (answer.result != 0) {
+        return answer.result;
+    }
+    // A shorter MSG_DATA fills the record's start; the rest keeps what the caller put there.
+    if (!answer.payload.empty()) {
+        memcpy(reply, answer.payload.data(), answer.payload.size());
+    }
+    return VW_SUCCESS;
+}

@@ -1,1 +1,219 @@
-// placeholder
+#include "cmd_channel_frame.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace cmdframe {
+namespace {
+
+void PutU16(unsigned char* p, uint16_t v) {
+    p[0] = static_cast<unsigned char>(v);
+    p[1] = static_cast<unsigned char>(v >> 8);
+}
+
+void PutU32(unsigned char* p, uint32_t v) {
+    for (int i = 0; i < 4; ++i) {
+        p[i] = static_cast<unsigned char>(v >> (8 * i));
+    }
+}
+
+uint16_t GetU16(const unsigned char* p) { return static_cast<uint16_t>(p[0] | (p[1] << 8)); }
+
+uint32_t GetU32(const unsigned char* p) {
+    uint32_t v = 0;
+    for (int i = 3; i >= 0; --i) {
+        v = (v << 8) | p[i];
+    }
+    return v;
+}
+
+// Header words: magic, op, aux (message type or 0), word (command or result), payload length.
+void EncodeHeader(unsigned char* out, uint32_t magic, uint16_t op, uint16_t aux, uint32_t word,
+                  uint32_t length) {
+    PutU32(out, magic);
+    PutU16(out + 4, op);
+    PutU16(out + 6, aux);
+    PutU32(out + 8, word);
+    PutU32(out + 12, length);
+}
+
+// Waits until fd is ready for events or the deadline passes.
+IoStatus WaitReady(int fd, short events, int64_t deadlineMs) {
+    for (;;) {
+        int64_t left = deadlineMs - NowMs();
+        if (left <= 0) {
+            return kIoTimeout;
+        }
+        struct pollfd pfd = {fd, events, 0};
+        int n = poll(&pfd, 1, static_cast<int>(left > 60000 ? 60000 : left));
+        if (n > 0) {
+            return kIoOk;
+        }
+        if (n < 0 && errno != EINTR) {
+            return kIoError;
+        }
+    }
+}
+
+IoStatus WriteFrame(int fd, const unsigned char* header, const std::vector<unsigned char>& payload,
+                    int64_t deadlineMs) {
+    IoStatus st = WriteAll(fd, header, kHeaderLen, deadlineMs);
+    if (st != kIoOk || payload.empty()) {
+        return st;
+    }
+    return WriteAll(fd, payload.data(), payload.size(), deadlineMs);
+}
+
+IoStatus ReadPayload(int fd, uint32_t length, uint32_t limit, std::vector<unsigned char>* payload,
+                     int64_t deadlineMs) {
+    if (length > limit) {
+        return kIoTooLong;
+    }
+    payload->assign(length, 0);
+    if (length == 0) {
+        return kIoOk;
+    }
+    IoStatus st = ReadAll(fd, payload->data(), length, deadlineMs);
+    return st == kIoClosed ? kIoError : st;
+}
+
+}  // namespace
+
+uint32_t ReplyLimit(uint16_t op) {
+    switch (op) {
+        case kOpGet:
+            return VW_CMD_BODY_LEN;
+        case kOpSet:
+            return 0;
+        case kOpMsg:
+            return VW_MSG_DATA_LEN;
+        default:
+            return 0;
+    }
+}
+
+const char* IoStatusText(IoStatus status) {
+    switch (status) {
+        case kIoOk:
+            return "ok";
+        case kIoClosed:
+            return "peer closed";
+        case kIoTimeout:
+            return "timed out";
+        case kIoError:
+            return "socket error";
+        case kIoMalformed:
+            return "malformed frame";
+        case kIoTooLong:
+            return "frame too long";
+    }
+    return "unknown";
+}
+
+int64_t NowMs() {
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
+}
+
+int64_t DeadlineAfter(int timeoutMs) { return NowMs() + (timeoutMs > 0 ? timeoutMs : 0); }
+
+IoStatus WriteAll(int fd, const void* data, size_t len, int64_t deadlineMs) {
+    const unsigned char* p = static_cast<const unsigned char*>(data);
+    while (len > 0) {
+        ssize_t n = send(fd, p, len, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (n > 0) {
+            p += n;
+            len -= static_cast<size_t>(n);
+            continue;
+        }
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            IoStatus st = WaitReady(fd, POLLOUT, deadlineMs);
+            if (st != kIoOk) {
+                return st;
+            }
+            continue;
+        }
+        return kIoError;
+    }
+    return kIoOk;
+}
+
+IoStatus ReadAll(int fd, void* data, size_t len, int64_t deadlineMs) {
+    unsigned char* p = static_cast<unsigned char*>(data);
+    size_t got = 0;
+    while (got < len) {
+        ssize_t n = recv(fd, p + got, len - got, MSG_DONTWAIT);
+        if (n > 0) {
+            got += static_cast<size_t>(n);
+            continue;
+        }
+        if (n == 0) {
+            return got == 0 ? kIoClosed : kIoError;
+        }
+        if (errno == EINTR) {
+            continue;
+        }
+        if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            IoStatus st = WaitReady(fd, POLLIN, deadlineMs);
+            if (st != kIoOk) {
+                return st;
+            }
+            continue;
+        }
+        return kIoError;
+    }
+    return kIoOk;
+}
+
+IoStatus WriteRequest(int fd, const Request& request, int64_t deadlineMs) {
+    unsigned char header[kHeaderLen];
+    EncodeHeader(header, kRequestMagic, request.op, request.msgType, request.cmd,
+                 static_cast<uint32_t>(request.payload.size()));
+    return WriteFrame(fd, header, request.payload, deadlineMs);
+}
+
+IoStatus ReadRequest(int fd, Request* request, int64_t deadlineMs) {
+    unsigned char header[kHeaderLen];
+    IoStatus st = ReadAll(fd, header, kHeaderLen, deadlineMs);
+    if (st != kIoOk) {
+        return st;
+    }
+    uint16_t op = GetU16(header + 4);
+    if (GetU32(header) != kRequestMagic || (op != kOpGet && op != kOpSet && op != kOpMsg)) {
+        return kIoMalformed;
+    }
+    request->op = op;
+    request->msgType = GetU16(header + 6);
+    request->cmd = GetU32(header + 8);
+    return ReadPayload(fd, GetU32(header + 12), kMaxRequestPayload, &request->payload, deadlineMs);
+}
+
+IoStatus WriteReply(int fd, const Reply& reply, int64_t deadlineMs) {
+    unsigned char header[kHeaderLen];
+    EncodeHeader(header, kReplyMagic, reply.op, 0, static_cast<uint32_t>(reply.result),
+                 static_cast<uint32_t>(reply.payload.size()));
+    return WriteFrame(fd, header, reply.payload, deadlineMs);
+}
+
+IoStatus ReadReply(int fd, uint16_t op, Reply* reply, int64_t deadlineMs) {
+    unsigned char header[kHeaderLen];
+    IoStatus st = ReadAll(fd, header, kHeaderLen, deadlineMs);
+    if (st != kIoOk) {
+        return st;
+    }
+    if (GetU32(header) != kReplyMagic || GetU16(header + 4) != op) {
+        return kIoMalformed;
+    }
+    reply->op = op;
+    reply->result = static_cast<int32_t>(GetU32(header + 8));
+    return ReadPayload(fd, GetU32(header + 12), ReplyLimit(op), &reply->payload, deadlineMs);
+}
+
+}  // namespace cmdframe
