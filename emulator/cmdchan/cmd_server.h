@@ -1,0 +1,42 @@
+// The emulator's command-channel server: history switch (22025), display flags (7037), history query
+// (7032) and deletion (22026), over SQLite state, with configurable faults.
+#ifndef CMDCHAN_CMD_SERVER_H
+#define CMDCHAN_CMD_SERVER_H
+
+#include <memory>
+#include <string>
+
+#include "unix_cmd_channel.h"
+
+namespace cmdchan {
+
+// Faults make the server misbehave on purpose so that clients can be tried against them.
+struct FaultOptions {
+    int command = 0;         // the command the faults apply to; 0 = every command
+    int result = 0;          // non-zero: answer with this result and change nothing
+    bool noReply = false;    // read the request and never answer (the connection stays open)
+    bool badPath = false;    // 7032: name a result file that does not exist
+    bool shrinkFile = false; // 7032: cut the result file in half when it is opened the second time
+};
+
+struct ServerOptions {
+    std::string socketPath = VW_CMD_SOCKET_DEFAULT;
+    std::string dbPath;     // SQLite file shared with the analysis service (own tables)
+    std::string resultDir;  // where history-query result files are written
+    FaultOptions faults;
+};
+
+// Takes one option (name with or without leading "--"); false when the option is not ours or its
+// value is not valid for it.
+bool ParseOption(const std::string& name, const std::string& value, ServerOptions* opts);
+const char* OptionsHelp();
+
+class Server;
+// Opens the database (creating and seeding it on first start), binds the socket and serves on its
+// own thread. Null with *error set when any of that fails.
+std::unique_ptr<Server> StartServer(const ServerOptions& opts, std::string* error);
+void StopServer(std::unique_ptr<Server> server);
+
+}  // namespace cmdchan
+
+#endif
