@@ -39,7 +39,18 @@ typedef void (*VW_LogSinkFn)(const VW_LOG_LINE_S* line, void* ctx);
 typedef void (*VW_OpLogSinkFn)(const VW_OPLOG_LINE_S* line, void* ctx);
 
 // Installs (or, with nulls, removes) the sinks. Thread-safe; callbacks may run on any thread.
+// A callback must not write log lines itself. Once this returns, no callback of the previous sinks
+// is still running.
 void VW_SetLogSink(VW_LogSinkFn debugSink, VW_OpLogSinkFn opSink, void* ctx);
+
+// ---- Default output for hosts (docs/logging.md) ----
+// A debug line goes to stderr when level >= the minimum level and (level >= 3 or its switch value is
+// non-zero). The minimum starts at 0, or at the value of the environment variable VW_LOG_LEVEL.
+void VW_SetLogLevel(int minLevel);
+// Appends every operation-log line (destination, English and Chinese text) to the file at path ("-" is
+// stdout); null stops writing. Starts from the environment variable VW_OPLOG_FILE. 0, or -1 with errno
+// when the file cannot be opened (the previous destination is then kept).
+int VW_SetOpLogFile(const char* path);
 
 #ifdef __cplusplus
 }
