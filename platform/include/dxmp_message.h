@@ -44,7 +44,8 @@ dxmp_message* dxmp_message_new(int flags);  // one reference; null when out of m
 dxmp_message* dxmp_message_get(dxmp_message* msg);  // takes another reference, returns msg
 void dxmp_message_put(dxmp_message* msg);           // drops one reference; the last frees it
 
-int dxmp_header_set(dxmp_message* msg, uint16_t type, const void* value, uint16_t length);  // copies
+// Copies the value. A second set of the same type replaces its value and keeps the item's place.
+int dxmp_header_set(dxmp_message* msg, uint16_t type, const void* value, uint16_t length);
 int dxmp_header_get(dxmp_message* msg, uint16_t type, void** value, uint16_t* length);  // 0 if present
 void dxmp_header_clear(dxmp_message* msg);
 
@@ -73,7 +74,8 @@ int AddDxmpAsynEvent(tagHTTP_CLIENT_S* client, int fd, dxmp_message* request);
 int DeleteDxmpAsynEvent(tagHTTP_CLIENT_S* client, int fd);
 
 // The access server (or a test) installs the implementation of the two calls above. Without hooks
-// both calls fail with -1.
+// both calls fail with -1. Once it returns, no call of the previous hooks is still running; a hook must
+// not install hooks itself.
 typedef int (*DxmpAsynAddFn)(void* ctx, tagHTTP_CLIENT_S* client, int fd, dxmp_message* request);
 typedef int (*DxmpAsynDelFn)(void* ctx, tagHTTP_CLIENT_S* client, int fd);
 void DxmpSetAsynEventHooks(DxmpAsynAddFn add, DxmpAsynDelFn del, void* ctx);
