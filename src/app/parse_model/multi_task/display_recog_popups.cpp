@@ -2,6 +2,7 @@
 // analysis service and exchanged as a 16-byte record with typed DXMP messages (command 229).
 #include "app/parse_model/multi_task/vksapi_multi_task_module.h"
 
+#include "app/parse_model/multi_task/handler_trace.h"
 #include "vks_log.h"
 #include "vks_msg_comm.h"
 #include "vks_multi_task_records.h"
@@ -31,21 +32,17 @@ void WritePopUpOpLog(const tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, cons
 VW_RESULT_TYPE RunGetMultiTaskAppDisplayRecogPopUps(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
                                                     tagHTTP_CNTENT_INTER_S* ctIn)
 {
-    if (header == nullptr || client == nullptr || ctIn == nullptr) {
-        VKS_LOG(kFile, VKS_LOG_ERROR, "[%s]:Invalid param, header[%p] client[%p] ctIn[%p]", LOG_MULTI_TASK_APP_REST,
-                static_cast<void*>(header), static_cast<void*>(client), static_cast<void*>(ctIn));
+    if (RunArgsMissing(header, client, ctIn)) {
         return VW_INVALID_PARAM;
     }
-    VKS_LOG(kFile, VKS_LOG_TRACE, "[%s]:RunGetMultiTaskAppDisplayRecogPopUps begin", LOG_FACE_APP_REST);
-    VW_RESULT_TYPE result = ProcMsg_Get<_FaceRecPopUpPara>(ctIn, VKS_URI_FACE_REC_POPUP, DXMP_METHOD_GET,
-                                                           DXMP_ITEM_CHANNEL_ID, VKS_DEFAULT_CHANNEL_ID);
-    if (result != VW_SUCCESS) {
-        VKS_LOG(kFile, VKS_LOG_ERROR, "[%s]:RunGetMultiTaskAppDisplayRecogPopUps failed with %d\n", LOG_VKS_FRAMEWORK,
-                result);
-        return result;
-    }
-    VKS_LOG(kFile, VKS_LOG_TRACE, "[%s]:RunGetMultiTaskAppDisplayRecogPopUps end", LOG_FACE_APP_REST);
-    return VW_SUCCESS;
+    const HandlerStepTexts texts = {LOG_FACE_APP_REST, LOG_VKS_FRAMEWORK,
+                                    "[%s]:RunGetMultiTaskAppDisplayRecogPopUps begin",
+                                    "[%s]:RunGetMultiTaskAppDisplayRecogPopUps failed with %d\n",
+                                    "[%s]:RunGetMultiTaskAppDisplayRecogPopUps end"};
+    return RunTracedStep(texts, [ctIn] {
+        return ProcMsg_Get<_FaceRecPopUpPara>(ctIn, VKS_URI_FACE_REC_POPUP, DXMP_METHOD_GET, DXMP_ITEM_CHANNEL_ID,
+                                              VKS_DEFAULT_CHANNEL_ID);
+    });
 }
 
 VW_RESULT_TYPE FormatGetMultiTaskAppDisplayRecogPopUps(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
@@ -66,15 +63,11 @@ VW_RESULT_TYPE ParsePutMultiTaskAppDisplayRecogPopUps(tagHTTP_HEADER_S* header, 
         VKS_LOG(kFile, VKS_LOG_ERROR, "[%s]:Invalid Param", LOG_VKS_FRAMEWORK);
         return VW_FAILED;
     }
-    VKS_LOG(kFile, VKS_LOG_TRACE, "[%s]:ParsePutMultiTaskAppDisplayRecogPopUps begin", LOG_FACE_APP_REST);
-    VW_RESULT_TYPE result = ParseMsg<_FaceRecPopUpPara>(ctIn, content);
-    if (result != VW_SUCCESS) {
-        VKS_LOG(kFile, VKS_LOG_ERROR, "[%s]:ParsePutMultiTaskAppDisplayRecogPopUps failed with %d\n",
-                LOG_VKS_FRAMEWORK, result);
-        return result;
-    }
-    VKS_LOG(kFile, VKS_LOG_TRACE, "[%s]:ParsePutMultiTaskAppDisplayRecogPopUps end", LOG_FACE_APP_REST);
-    return VW_SUCCESS;
+    const HandlerStepTexts texts = {LOG_FACE_APP_REST, LOG_VKS_FRAMEWORK,
+                                    "[%s]:ParsePutMultiTaskAppDisplayRecogPopUps begin",
+                                    "[%s]:ParsePutMultiTaskAppDisplayRecogPopUps failed with %d\n",
+                                    "[%s]:ParsePutMultiTaskAppDisplayRecogPopUps end"};
+    return RunTracedStep(texts, [ctIn, content] { return ParseMsg<_FaceRecPopUpPara>(ctIn, content); });
 }
 
 VW_RESULT_TYPE RunPutMultiTaskAppDisplayRecogPopUps(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
@@ -84,16 +77,14 @@ VW_RESULT_TYPE RunPutMultiTaskAppDisplayRecogPopUps(tagHTTP_HEADER_S* header, ta
         VKS_LOG(kFile, VKS_LOG_ERROR, "[%s]:Invalid Param", LOG_VKS_FRAMEWORK);
         return VW_FAILED;
     }
-    VKS_LOG(kFile, VKS_LOG_TRACE, "[%s]:RunPutMultiTaskAppDisplayRecogPopUps begin", LOG_FACE_APP_REST);
-    VW_RESULT_TYPE result = ProcMsg_Put<_FaceRecPopUpPara>(ctIn, VKS_URI_FACE_REC_POPUP, DXMP_METHOD_PUT,
-                                                           DXMP_ITEM_CHANNEL_ID, VKS_DEFAULT_CHANNEL_ID);
-    if (result != VW_SUCCESS) {
-        VKS_LOG(kFile, VKS_LOG_ERROR, "[%s]:RunPutMultiTaskAppDisplayRecogPopUps failed with %d\n", LOG_VKS_FRAMEWORK,
-                result);
-        return result;
-    }
-    VKS_LOG(kFile, VKS_LOG_TRACE, "[%s]:RunPutMultiTaskAppDisplayRecogPopUps end", LOG_FACE_APP_REST);
-    return VW_SUCCESS;
+    const HandlerStepTexts texts = {LOG_FACE_APP_REST, LOG_VKS_FRAMEWORK,
+                                    "[%s]:RunPutMultiTaskAppDisplayRecogPopUps begin",
+                                    "[%s]:RunPutMultiTaskAppDisplayRecogPopUps failed with %d\n",
+                                    "[%s]:RunPutMultiTaskAppDisplayRecogPopUps end"};
+    return RunTracedStep(texts, [ctIn] {
+        return ProcMsg_Put<_FaceRecPopUpPara>(ctIn, VKS_URI_FACE_REC_POPUP, DXMP_METHOD_PUT, DXMP_ITEM_CHANNEL_ID,
+                                              VKS_DEFAULT_CHANNEL_ID);
+    });
 }
 
 VW_RESULT_TYPE FormatPutMultiTaskAppDisplayRecogPopUps(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,

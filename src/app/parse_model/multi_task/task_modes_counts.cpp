@@ -2,6 +2,7 @@
 // 24-byte count record. The two resources differ only in the command, the record and the texts.
 #include "app/parse_model/multi_task/vksapi_multi_task_module.h"
 
+#include "app/parse_model/multi_task/handler_trace.h"
 #include "vks_log.h"
 #include "vks_multi_task_records.h"
 #include "vks_os/access_server/zkapi/inc/zkapi_business_common.h"
@@ -54,19 +55,14 @@ template <typename T>
 VW_RESULT_TYPE RunGetCounts(const CountsResource<T>& res, tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
                             tagHTTP_CNTENT_INTER_S* ctIn)
 {
-    if (header == nullptr || client == nullptr || ctIn == nullptr) {
-        VKS_LOG(kFile, VKS_LOG_ERROR, "[%s]:Invalid param, header[%p] client[%p] ctIn[%p]", LOG_MULTI_TASK_APP_REST,
-                static_cast<void*>(header), static_cast<void*>(client), static_cast<void*>(ctIn));
+    if (RunArgsMissing(header, client, ctIn)) {
         return VW_INVALID_PARAM;
     }
-    VKS_LOG(kFile, VKS_LOG_TRACE, res.runBegin, LOG_MULTI_TASK_APP_REST);
-    VW_RESULT_TYPE result = ProcMsg_Get<T>(ctIn, res.uri, DXMP_METHOD_GET, DXMP_ITEM_CHANNEL_ID, VKS_DEFAULT_CHANNEL_ID);
-    if (result != VW_SUCCESS) {
-        VKS_LOG(kFile, VKS_LOG_ERROR, res.runFailed, LOG_MULTI_TASK_APP_REST, result);
-        return result;
-    }
-    VKS_LOG(kFile, VKS_LOG_TRACE, res.runEnd, LOG_MULTI_TASK_APP_REST);
-    return VW_SUCCESS;
+    const HandlerStepTexts texts = {LOG_MULTI_TASK_APP_REST, LOG_MULTI_TASK_APP_REST, res.runBegin, res.runFailed,
+                                    res.runEnd};
+    return RunTracedStep(texts, [&res, ctIn] {
+        return ProcMsg_Get<T>(ctIn, res.uri, DXMP_METHOD_GET, DXMP_ITEM_CHANNEL_ID, VKS_DEFAULT_CHANNEL_ID);
+    });
 }
 
 template <typename T>
