@@ -14,10 +14,11 @@ extern "C" int g_enITGTDebugFlag;
 #define VKS_LOG_INFO 0
 
 // Lines that begin "[%s]:" carry the module's switch; lines that begin "[ZKAPI]:" the host's.
-#define VKS_LOG(file, level, fmt, ...) \
-    VW_WriteLog(VKS_LOG_MODULE, (level), g_enITGTDebugFlag, 0, (file), __LINE__, (fmt), ##__VA_ARGS__)
-#define ZKAPI_LOG(file, level, fmt, ...) \
-    VW_WriteLog(VKS_LOG_MODULE, (level), g_enDebugFlag, 0, (file), __LINE__, (fmt), ##__VA_ARGS__)
+// The format is the first of the variadic arguments so that a line without values stays pedantic-clean.
+#define VKS_LOG(file, level, ...) \
+    VW_WriteLog(VKS_LOG_MODULE, (level), g_enITGTDebugFlag, 0, (file), __LINE__, __VA_ARGS__)
+#define ZKAPI_LOG(file, level, ...) \
+    VW_WriteLog(VKS_LOG_MODULE, (level), g_enDebugFlag, 0, (file), __LINE__, __VA_ARGS__)
 
 // One operation-log line: written twice, first to destination 2, then to 1.
 #define VKS_OPLOG(english, chinese, ...)                                       \
