@@ -33,15 +33,25 @@ void SqueezeBracketBlanks(char* text) {
 
 }  // namespace
 
-json_object* cJSON_CreateObject() { return json_object_new_object(); }
+json_object* cJSON_CreateObject() {
+    return json_object_new_object();
+}
 
-json_object* cJSON_CreateArray() { return json_object_new_array(); }
+json_object* cJSON_CreateArray() {
+    return json_object_new_array();
+}
 
-json_object* cJSON_CreateNumber(int value) { return json_object_new_int(value); }
+json_object* cJSON_CreateNumber(int value) {
+    return json_object_new_int(value);
+}
 
-json_object* cJSON_CreateNumber(long long value) { return json_object_new_int64(value); }
+json_object* cJSON_CreateNumber(long long value) {
+    return json_object_new_int64(value);
+}
 
-json_object* cJSON_CreateNumber(unsigned long long value) { return json_object_new_uint64(value); }
+json_object* cJSON_CreateNumber(unsigned long long value) {
+    return json_object_new_uint64(value);
+}
 
 json_object* cJSON_CreateString(const char* text) {
     return text == nullptr ? nullptr : json_object_new_string(text);
@@ -104,4 +114,6 @@ char* cJSON_Print(json_object* object) {
     return text;
 }
 
-void cJSON_Delete(json_object* object) { json_object_put(object); }
+void cJSON_Delete(json_object* object) {
+    json_object_put(object);
+}

@@ -109,8 +109,8 @@ int FormatCommonStatus(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, tagHTTP_
     if (text != nullptr) {
         ret = WriteBody(buf, text);
     } else {
-        VW_WriteLog(kLogModule, kLogError, g_enDebugFlag, 0, __FILE__, __LINE__, "[ZKAPI]:%s: json_encode fail",
-                    "FormatCommonStatus");
+        VW_WriteLog(kLogModule, kLogError, g_enDebugFlag, 0, __FILE__, __LINE__,
+                    "[ZKAPI]:%s: json_encode fail", "FormatCommonStatus");
     }
     cJSON_Delete(tree);
     return ret;
@@ -124,7 +124,8 @@ int FormatCommonResponse<char*>(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
     }
     if (ctIn == nullptr) {
         VW_WriteLog(kLogModule, kLogError, g_enDebugFlag, 0, __FILE__, __LINE__,
-                    "[ZKAPI]:%s: invalid param, pstCtInt[%p]", "FormatCommonResponse", static_cast<void*>(ctIn));
+                    "[ZKAPI]:%s: invalid param, pstCtInt[%p]", "FormatCommonResponse",
+                    static_cast<void*>(ctIn));
         return -1;
     }
     if (ctIn->runOut == nullptr) {
