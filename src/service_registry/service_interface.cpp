@@ -6,8 +6,7 @@ ServiceInterface::ServiceInterface() : m_servicePath() {}
 
 ServiceInterface::~ServiceInterface() = default;
 
-void ServiceInterface::RegistService(const std::string& name)
-{
+void ServiceInterface::RegistService(const std::string& name) {
     std::lock_guard<std::mutex> lock(m_mutex);
     std::string path;
     path.reserve(name.size() + sizeof(VKS_SERVICE_ROOT) - 1);
@@ -16,13 +15,11 @@ void ServiceInterface::RegistService(const std::string& name)
     m_servicePath = std::move(path);
 }
 
-std::string ServiceInterface::GetServicePath()
-{
+std::string ServiceInterface::GetServicePath() {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_servicePath;
 }
 
-RegistService::RegistService(const std::string& name)
-{
+RegistService::RegistService(const std::string& name) {
     ServiceInterface::GetInstance().RegistService(name);
 }

@@ -9,8 +9,7 @@ class __attribute__((visibility("default"))) Singleton {
 public:
     // The first caller builds the instance (thread-safe one-time construction of a local static) and
     // registers its destructor to run at unload; concurrent first callers wait for that construction.
-    static T& GetInstance()
-    {
+    static T& GetInstance() {
         static T m_Instance;
         return m_Instance;
     }

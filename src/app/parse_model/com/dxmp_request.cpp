@@ -17,25 +17,25 @@ namespace {
 const unsigned long kConnTimeout = 30000;
 const unsigned long kBufferSize = 0x8000;
 
-void WriteFixedHeader(dxmp_message* msg, uint16_t uri, uint8_t method)
-{
+void WriteFixedHeader(dxmp_message* msg, uint16_t uri, uint8_t method) {
     uint8_t* fixed = msg->pFixedHeader;
     memcpy(fixed + DXMP_HDR_URI, &uri, sizeof(uri));
     fixed[DXMP_HDR_BYTE2] = 0;
-    fixed[DXMP_HDR_FLAGS_METHOD] = static_cast<uint8_t>((fixed[DXMP_HDR_FLAGS_METHOD] & 0x80) | (method & 0x7F));
+    fixed[DXMP_HDR_FLAGS_METHOD] =
+        static_cast<uint8_t>((fixed[DXMP_HDR_FLAGS_METHOD] & 0x80) | (method & 0x7F));
 }
 
-bool HasBytes(const void* data, uint32_t length) { return data != nullptr && length != 0; }
+bool HasBytes(const void* data, uint32_t length) {
+    return data != nullptr && length != 0;
+}
 
-int AddHeaderItem(dxmp_message* msg, const DXMPMsgHeaderData& item, const char* file)
-{
+int AddHeaderItem(dxmp_message* msg, const DXMPMsgHeaderData& item, const char* file) {
     VKS_LOG(file, VKS_LOG_TRACE, "[%s]:msgData headerLen = %u", LOG_VKS_FRAMEWORK, item.dataLen);
     // The library takes 16-bit lengths; a longer item goes out cut to its low 16 bits.
     return dxmp_header_set(msg, item.headType, item.pData, static_cast<uint16_t>(item.dataLen));
 }
 
-int AddContent(dxmp_message* msg, const void* content, uint32_t contentLen, const char* file)
-{
+int AddContent(dxmp_message* msg, const void* content, uint32_t contentLen, const char* file) {
     if (!HasBytes(content, contentLen)) {
         return 0;
     }
@@ -47,8 +47,7 @@ int AddContent(dxmp_message* msg, const void* content, uint32_t contentLen, cons
     return 0;
 }
 
-int SetConnOption(int fd, unsigned long request, unsigned long value, const char* name, const char* file)
-{
+int SetConnOption(int fd, unsigned long request, unsigned long value, const char* name, const char* file) {
     if (ioctl(fd, request, value) != 0) {
         VKS_LOG(file, VKS_LOG_ERROR, "[%s]:failed to ioctl to %s", LOG_VKS_FRAMEWORK, name);
         return -1;
@@ -58,8 +57,7 @@ int SetConnOption(int fd, unsigned long request, unsigned long value, const char
 
 }  // namespace
 
-int DxmpCheckRequest(const void* msgData, const dxmp_message* msg, const char* file)
-{
+int DxmpCheckRequest(const void* msgData, const dxmp_message* msg, const char* file) {
     if (msgData == nullptr) {
         VKS_LOG(file, VKS_LOG_ERROR, "[%s]:msgData is null", LOG_VKS_FRAMEWORK);
         return -1;
@@ -71,8 +69,7 @@ int DxmpCheckRequest(const void* msgData, const dxmp_message* msg, const char* f
     return 0;
 }
 
-int DxmpFillRequest(dxmp_message* msg, const DXMPMsgData* msgData, const char* file)
-{
+int DxmpFillRequest(dxmp_message* msg, const DXMPMsgData* msgData, const char* file) {
     WriteFixedHeader(msg, msgData->uri, msgData->msgMethod);
     const DXMPMsgHeaderData& item = msgData->header;
     if (HasBytes(item.pData, item.dataLen) && AddHeaderItem(msg, item, file) == -1) {
@@ -82,8 +79,7 @@ int DxmpFillRequest(dxmp_message* msg, const DXMPMsgData* msgData, const char* f
     return AddContent(msg, msgData->content, msgData->contentLen, file);
 }
 
-int DxmpFillMultiRequest(dxmp_message* msg, const DXMPMultiMsgData* msgData, const char* file)
-{
+int DxmpFillMultiRequest(dxmp_message* msg, const DXMPMultiMsgData* msgData, const char* file) {
     WriteFixedHeader(msg, msgData->uri, msgData->msgMethod);
     for (const DXMPMsgHeaderData& item : msgData->headers) {
         if (HasBytes(item.pData, item.dataLen) && AddHeaderItem(msg, item, file) == -1) {
@@ -95,8 +91,13 @@ int DxmpFillMultiRequest(dxmp_message* msg, const DXMPMultiMsgData* msgData, con
     return AddContent(msg, msgData->content, msgData->contentLen, file);
 }
 
-int DxmpOpenService(const char* file, bool setBuffers)
-{
+uint16_t DxmpFixedHeaderU16(const dxmp_message* msg, int offset) {
+    uint16_t value = 0;
+    memcpy(&value, msg->pFixedHeader + offset, sizeof(value));
+    return value;
+}
+
+int DxmpOpenService(const char* file, bool setBuffers) {
     std::string path = ServiceInterface::GetInstance().GetServicePath();
     if (path.empty()) {
         VKS_LOG(file, VKS_LOG_ERROR, "[%s]:service name is null", LOG_VKS_FRAMEWORK);
@@ -108,10 +109,12 @@ int DxmpOpenService(const char* file, bool setBuffers)
                 strerror(errno), path.c_str());
         return -1;
     }
-    bool configured = SetConnOption(fd, SRVFS_CONN_SETTIMEOUT, kConnTimeout, "SRVFS_CONN_SETTIMEOUT", file) == 0;
+    bool configured =
+        SetConnOption(fd, SRVFS_CONN_SETTIMEOUT, kConnTimeout, "SRVFS_CONN_SETTIMEOUT", file) == 0;
     if (configured && setBuffers) {
-        configured = SetConnOption(fd, SRVFS_BUFF_SETRDSIZE, kBufferSize, "SRVFS_BUFF_SETRDSIZE", file) == 0 &&
-                     SetConnOption(fd, SRVFS_BUFF_SETWRSIZE, kBufferSize, "SRVFS_BUFF_SETWRSIZE", file) == 0;
+        configured =
+            SetConnOption(fd, SRVFS_BUFF_SETRDSIZE, kBufferSize, "SRVFS_BUFF_SETRDSIZE", file) == 0 &&
+            SetConnOption(fd, SRVFS_BUFF_SETWRSIZE, kBufferSize, "SRVFS_BUFF_SETWRSIZE", file) == 0;
     }
     if (!configured) {
         close(fd);

@@ -14,6 +14,9 @@ int DxmpFillRequest(dxmp_message* msg, const DXMPMsgData* msgData, const char* f
 // The same with several items; a refused item is logged and skipped, a refused content fails.
 int DxmpFillMultiRequest(dxmp_message* msg, const DXMPMultiMsgData* msgData, const char* file);
 
+// A 16-bit field of the fixed header (uri, status), in native byte order.
+uint16_t DxmpFixedHeaderU16(const dxmp_message* msg, int offset);
+
 // Opens the registered service file and sets the reply time-out (and, with setBuffers, the read and
 // write buffer sizes). The descriptor, or -1 with nothing left open.
 int DxmpOpenService(const char* file, bool setBuffers);

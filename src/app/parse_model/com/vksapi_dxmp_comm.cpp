@@ -3,8 +3,6 @@
 
 #include <unistd.h>
 
-#include <cstring>
-
 #include "app/parse_model/com/dxmp_request.h"
 #include "vks_model_list_paths.h"
 
@@ -13,17 +11,9 @@ namespace {
 const char* const kFile = VKS_SRC_DXMP_COMM;
 const uint16_t kStatusOk = 200;
 
-uint16_t FixedHeaderU16(const dxmp_message* msg, int offset)
-{
-    uint16_t value = 0;
-    memcpy(&value, msg->pFixedHeader + offset, sizeof(value));
-    return value;
-}
-
 // Sends the built request, receives the reply into the same message and checks it. The descriptor
 // is closed on every path.
-int ExchangeOnce(dxmp_message* msg, uint16_t uri, bool setBuffers)
-{
+int ExchangeOnce(dxmp_message* msg, uint16_t uri, bool setBuffers) {
     int fd = DxmpOpenService(kFile, setBuffers);
     if (fd == -1) {
         return -1;
@@ -37,9 +27,10 @@ int ExchangeOnce(dxmp_message* msg, uint16_t uri, bool setBuffers)
         dxmp_content_clear(msg);
         if (dxmp_message_recvfd(msg, fd) == -1 || msg->pFixedHeader == nullptr) {
             VKS_LOG(kFile, VKS_LOG_ERROR, "[%s]:Failed to VKSSyncRecv dxmp_message", LOG_VKS_FRAMEWORK);
-        } else if (FixedHeaderU16(msg, DXMP_HDR_STATUS) != kStatusOk || FixedHeaderU16(msg, DXMP_HDR_URI) != uri) {
-            VKS_LOG(kFile, VKS_LOG_ERROR, "[%s]:failed to dxmp_message_recvfd errorNo is %d", LOG_VKS_FRAMEWORK,
-                    FixedHeaderU16(msg, DXMP_HDR_STATUS));
+        } else if (DxmpFixedHeaderU16(msg, DXMP_HDR_STATUS) != kStatusOk ||
+                   DxmpFixedHeaderU16(msg, DXMP_HDR_URI) != uri) {
+            VKS_LOG(kFile, VKS_LOG_ERROR, "[%s]:failed to dxmp_message_recvfd errorNo is %d",
+                    LOG_VKS_FRAMEWORK, DxmpFixedHeaderU16(msg, DXMP_HDR_STATUS));
         } else {
             result = 0;
         }
@@ -50,16 +41,14 @@ int ExchangeOnce(dxmp_message* msg, uint16_t uri, bool setBuffers)
 
 }  // namespace
 
-int SyncBlockDXMPMsgInteraction(dxmp_message* msg, DXMPMsgData* msgData)
-{
+int SyncBlockDXMPMsgInteraction(dxmp_message* msg, DXMPMsgData* msgData) {
     if (DxmpCheckRequest(msgData, msg, kFile) != 0 || DxmpFillRequest(msg, msgData, kFile) != 0) {
         return -1;
     }
     return ExchangeOnce(msg, msgData->uri, true);
 }
 
-int SyncBlockDXMPMultiMsgInteraction(dxmp_message* msg, DXMPMultiMsgData* msgData)
-{
+int SyncBlockDXMPMultiMsgInteraction(dxmp_message* msg, DXMPMultiMsgData* msgData) {
     if (DxmpCheckRequest(msgData, msg, kFile) != 0 || DxmpFillMultiRequest(msg, msgData, kFile) != 0) {
         return -1;
     }

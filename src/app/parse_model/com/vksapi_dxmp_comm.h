@@ -41,7 +41,8 @@ struct DXMPMultiMsgData {
 
 extern "C" {
 // 0 when a valid reply (status 200, same uri) is in msg; -1 on every failure.
-__attribute__((visibility("default"))) int SyncBlockDXMPMsgInteraction(dxmp_message* msg, DXMPMsgData* msgData);
+__attribute__((visibility("default"))) int SyncBlockDXMPMsgInteraction(dxmp_message* msg,
+                                                                       DXMPMsgData* msgData);
 __attribute__((visibility("default"))) int SyncBlockDXMPMultiMsgInteraction(dxmp_message* msg,
                                                                             DXMPMultiMsgData* msgData);
 }
@@ -55,12 +56,12 @@ __attribute__((visibility("default"))) int SyncBlockDXMPMultiMsgInteraction(dxmp
 // Result code of a reply (item 0xB001, 4 to 7 bytes: only the first 4 are the code). Returns the
 // code, logged with resultFmt, or fallback when the item is missing or has another length.
 inline VW_RESULT_TYPE DxmpReplyResult(dxmp_message* msg, const char* file, const char* resultFmt,
-                                      VW_RESULT_TYPE fallback)
-{
+                                      VW_RESULT_TYPE fallback) {
     void* value = nullptr;
     uint16_t length = 0;
     if (dxmp_header_get(msg, DXMP_ITEM_RESULT, &value, &length) != 0 || length / VKS_RESULT_ITEM_SIZE != 1) {
-        VKS_LOG(file, VKS_LOG_ERROR, "[%s]:Failed to dxmp_header_get, dataLen is %u, sizeof  RESULT_TYPE_E is %u",
+        VKS_LOG(file, VKS_LOG_ERROR,
+                "[%s]:Failed to dxmp_header_get, dataLen is %u, sizeof  RESULT_TYPE_E is %u",
                 LOG_VKS_FRAMEWORK, static_cast<unsigned int>(length), VKS_RESULT_ITEM_SIZE);
         return fallback;
     }
@@ -75,8 +76,7 @@ inline VW_RESULT_TYPE DxmpReplyResult(dxmp_message* msg, const char* file, const
 // anyway; with exact set it is instead rejected with 18. Returns 0, or 18 with nothing stored.
 template <typename T>
 VKS_TEMPLATE_EXPORT VW_RESULT_TYPE DxmpStoreReplyRecord(dxmp_message* msg, tagHTTP_CNTENT_INTER_S* ctIn,
-                                                        bool exact, const char* file)
-{
+                                                        bool exact, const char* file) {
     void* data = nullptr;
     uint32_t length = 0;
     if (dxmp_content(msg, &data, &length) != 0 || length < sizeof(T)) {
@@ -104,9 +104,8 @@ VKS_TEMPLATE_EXPORT VW_RESULT_TYPE DxmpStoreReplyRecord(dxmp_message* msg, tagHT
 // Turns the reply of a typed round trip into its result and releases the message. A failed
 // exchange reports the service's code when the reply carried one; a valid one without code is 0.
 template <typename T>
-VKS_TEMPLATE_EXPORT VW_RESULT_TYPE DxmpFinishRoundTrip(dxmp_message* msg, tagHTTP_CNTENT_INTER_S* ctIn, int exchange,
-                                                       bool exact, const char* resultFmt)
-{
+VKS_TEMPLATE_EXPORT VW_RESULT_TYPE DxmpFinishRoundTrip(dxmp_message* msg, tagHTTP_CNTENT_INTER_S* ctIn,
+                                                       int exchange, bool exact, const char* resultFmt) {
     const char* file = VKS_SRC_DXMP_COMM_FROM_TASK;
     VW_RESULT_TYPE result = exchange;
     if (exchange != 0) {
@@ -125,8 +124,7 @@ VKS_TEMPLATE_EXPORT VW_RESULT_TYPE DxmpFinishRoundTrip(dxmp_message* msg, tagHTT
 }
 
 // New request message of a round trip, or null (logged) when ctIn is missing or memory is out.
-inline dxmp_message* DxmpNewRoundTrip(const tagHTTP_CNTENT_INTER_S* ctIn, bool needParseOut)
-{
+inline dxmp_message* DxmpNewRoundTrip(const tagHTTP_CNTENT_INTER_S* ctIn, bool needParseOut) {
     if (ctIn == nullptr || (needParseOut && ctIn->parseOut == nullptr)) {
         VKS_LOG(VKS_SRC_DXMP_COMM_FROM_TASK, VKS_LOG_ERROR, "[%s]:Invalid Param", LOG_VKS_FRAMEWORK);
         return nullptr;
@@ -143,14 +141,16 @@ inline dxmp_message* DxmpNewRoundTrip(const tagHTTP_CNTENT_INTER_S* ctIn, bool n
 template <typename T>
 VKS_TEMPLATE_EXPORT VW_RESULT_TYPE DxmpOneItemRoundTrip(tagHTTP_CNTENT_INTER_S* ctIn, unsigned short uri,
                                                         unsigned char method, unsigned short headType,
-                                                        unsigned long long value, bool put)
-{
+                                                        unsigned long long value, bool put) {
     dxmp_message* msg = DxmpNewRoundTrip(ctIn, put);
     if (msg == nullptr) {
         return VW_FAILED;
     }
-    DXMPMsgData data = {{headType, &value, sizeof(value)}, put ? ctIn->parseOut : nullptr,
-                        put ? static_cast<uint32_t>(sizeof(T)) : 0u, uri, method};
+    DXMPMsgData data = {{headType, &value, sizeof(value)},
+                        put ? ctIn->parseOut : nullptr,
+                        put ? static_cast<uint32_t>(sizeof(T)) : 0u,
+                        uri,
+                        method};
     int exchange = SyncBlockDXMPMsgInteraction(msg, &data);
     return DxmpFinishRoundTrip<T>(msg, ctIn, exchange, put,
                                   put ? "[%s]:ProcMsg_Put result:%d" : "[%s]:ProcMsg_Get result:%d");
@@ -161,16 +161,15 @@ VKS_TEMPLATE_EXPORT VW_RESULT_TYPE DxmpOneItemRoundTrip(tagHTTP_CNTENT_INTER_S* 
 template <typename T>
 VKS_TEMPLATE_EXPORT VW_RESULT_TYPE ProcMsg_Get(tagHTTP_CNTENT_INTER_S* ctIn, unsigned short uri,
                                                unsigned char method, unsigned short headType,
-                                               unsigned long long value)
-{
+                                               unsigned long long value) {
     return DxmpOneItemRoundTrip<T>(ctIn, uri, method, headType, value, false);
 }
 
 // The same with the header items given by the caller (copied into the request).
 template <typename T>
 VKS_TEMPLATE_EXPORT VW_RESULT_TYPE ProcMsg_Get(tagHTTP_CNTENT_INTER_S* ctIn, unsigned short uri,
-                                               unsigned char method, std::vector<DXMPMsgHeaderData>& headers)
-{
+                                               unsigned char method,
+                                               std::vector<DXMPMsgHeaderData>& headers) {
     dxmp_message* msg = DxmpNewRoundTrip(ctIn, false);
     if (msg == nullptr) {
         return VW_FAILED;
@@ -184,8 +183,7 @@ VKS_TEMPLATE_EXPORT VW_RESULT_TYPE ProcMsg_Get(tagHTTP_CNTENT_INTER_S* ctIn, uns
 template <typename T>
 VKS_TEMPLATE_EXPORT VW_RESULT_TYPE ProcMsg_Put(tagHTTP_CNTENT_INTER_S* ctIn, unsigned short uri,
                                                unsigned char method, unsigned short headType,
-                                               unsigned long long value)
-{
+                                               unsigned long long value) {
     return DxmpOneItemRoundTrip<T>(ctIn, uri, method, headType, value, true);
 }
 

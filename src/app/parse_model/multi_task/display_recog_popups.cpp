@@ -13,16 +13,17 @@ namespace {
 const char* const kFile = VKS_SRC_MULTI_TASK;
 
 // Both Format phases write the GET's pair: the resource has no texts of its own for the PUT.
-void WritePopUpOpLog(const tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, const _FaceRecPopUpPara* record)
-{
+void WritePopUpOpLog(const tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, const _FaceRecPopUpPara* record) {
     const unsigned long long port = header->clientPort;
     if (result == VW_SUCCESS) {
         VKS_OPLOG("%s[%s:%llu] Get RVN Face Recog Popup Params Successfully. BlackPopUp: %d, WhitePopUp: %d",
-                  "%s[%s:%llu] 获取多机互助人脸识别自动弹窗参数成功. 黑名单比对信息弹框: %d, 白名单比对信息弹框: %d",
+                  "%s[%s:%llu] 获取多机互助人脸识别自动弹窗参数成功. 黑名单比对信息弹框: %d, "
+                  "白名单比对信息弹框: %d",
                   header->szUserName, header->szClientIp, port, record->blackPopUp, record->whitePopUp);
     } else {
         VKS_OPLOG("%s[%s:%llu] Get RVN Face Recog Popup Params fail. BlackPopUp %d, WhitePopUp %d",
-                  "%s[%s:%llu] 获取多机互助人脸识别自动弹窗参数失败. 黑名单比对信息弹框: %d, 白名单比对信息弹框: %d",
+                  "%s[%s:%llu] 获取多机互助人脸识别自动弹窗参数失败. 黑名单比对信息弹框: %d, "
+                  "白名单比对信息弹框: %d",
                   header->szUserName, header->szClientIp, port, record->blackPopUp, record->whitePopUp);
     }
 }
@@ -30,8 +31,7 @@ void WritePopUpOpLog(const tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, cons
 }  // namespace
 
 VW_RESULT_TYPE RunGetMultiTaskAppDisplayRecogPopUps(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
-                                                    tagHTTP_CNTENT_INTER_S* ctIn)
-{
+                                                    tagHTTP_CNTENT_INTER_S* ctIn) {
     if (RunArgsMissing(header, client, ctIn)) {
         return VW_INVALID_PARAM;
     }
@@ -40,14 +40,13 @@ VW_RESULT_TYPE RunGetMultiTaskAppDisplayRecogPopUps(tagHTTP_HEADER_S* header, ta
                                     "[%s]:RunGetMultiTaskAppDisplayRecogPopUps failed with %d\n",
                                     "[%s]:RunGetMultiTaskAppDisplayRecogPopUps end"};
     return RunTracedStep(texts, [ctIn] {
-        return ProcMsg_Get<_FaceRecPopUpPara>(ctIn, VKS_URI_FACE_REC_POPUP, DXMP_METHOD_GET, DXMP_ITEM_CHANNEL_ID,
-                                              VKS_DEFAULT_CHANNEL_ID);
+        return ProcMsg_Get<_FaceRecPopUpPara>(ctIn, VKS_URI_FACE_REC_POPUP, DXMP_METHOD_GET,
+                                              DXMP_ITEM_CHANNEL_ID, VKS_DEFAULT_CHANNEL_ID);
     });
 }
 
 VW_RESULT_TYPE FormatGetMultiTaskAppDisplayRecogPopUps(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
-                                                       tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf)
-{
+                                                       tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf) {
     if (header == nullptr || ctIn == nullptr || buf == nullptr || ctIn->runOut == nullptr) {
         VKS_LOG(kFile, VKS_LOG_ERROR, "[%s]:Invalid Param", LOG_MULTI_TASK_APP_REST);
         return VW_FAILED;
@@ -57,8 +56,7 @@ VW_RESULT_TYPE FormatGetMultiTaskAppDisplayRecogPopUps(tagHTTP_HEADER_S* header,
 }
 
 VW_RESULT_TYPE ParsePutMultiTaskAppDisplayRecogPopUps(tagHTTP_HEADER_S* header, tagHTTP_BUF_S* content,
-                                                      tagHTTP_CNTENT_INTER_S* ctIn)
-{
+                                                      tagHTTP_CNTENT_INTER_S* ctIn) {
     if (header == nullptr || content == nullptr || ctIn == nullptr) {
         VKS_LOG(kFile, VKS_LOG_ERROR, "[%s]:Invalid Param", LOG_VKS_FRAMEWORK);
         return VW_FAILED;
@@ -71,8 +69,7 @@ VW_RESULT_TYPE ParsePutMultiTaskAppDisplayRecogPopUps(tagHTTP_HEADER_S* header, 
 }
 
 VW_RESULT_TYPE RunPutMultiTaskAppDisplayRecogPopUps(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
-                                                    tagHTTP_CNTENT_INTER_S* ctIn)
-{
+                                                    tagHTTP_CNTENT_INTER_S* ctIn) {
     if (header == nullptr || client == nullptr || ctIn == nullptr || ctIn->parseOut == nullptr) {
         VKS_LOG(kFile, VKS_LOG_ERROR, "[%s]:Invalid Param", LOG_VKS_FRAMEWORK);
         return VW_FAILED;
@@ -82,14 +79,13 @@ VW_RESULT_TYPE RunPutMultiTaskAppDisplayRecogPopUps(tagHTTP_HEADER_S* header, ta
                                     "[%s]:RunPutMultiTaskAppDisplayRecogPopUps failed with %d\n",
                                     "[%s]:RunPutMultiTaskAppDisplayRecogPopUps end"};
     return RunTracedStep(texts, [ctIn] {
-        return ProcMsg_Put<_FaceRecPopUpPara>(ctIn, VKS_URI_FACE_REC_POPUP, DXMP_METHOD_PUT, DXMP_ITEM_CHANNEL_ID,
-                                              VKS_DEFAULT_CHANNEL_ID);
+        return ProcMsg_Put<_FaceRecPopUpPara>(ctIn, VKS_URI_FACE_REC_POPUP, DXMP_METHOD_PUT,
+                                              DXMP_ITEM_CHANNEL_ID, VKS_DEFAULT_CHANNEL_ID);
     });
 }
 
 VW_RESULT_TYPE FormatPutMultiTaskAppDisplayRecogPopUps(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
-                                                       tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf)
-{
+                                                       tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf) {
     if (header == nullptr || ctIn == nullptr || buf == nullptr || ctIn->parseOut == nullptr) {
         VKS_LOG(kFile, VKS_LOG_ERROR, "[%s]:Invalid Param", LOG_VKS_FRAMEWORK);
         return VW_FAILED;

@@ -14,8 +14,7 @@ struct HandlerStepTexts {
 };
 
 // Detailed argument check of a synchronous Run phase: true, after its line, when one is null.
-inline bool RunArgsMissing(const void* header, const void* client, const void* ctIn)
-{
+inline bool RunArgsMissing(const void* header, const void* client, const void* ctIn) {
     if (header != nullptr && client != nullptr && ctIn != nullptr) {
         return false;
     }
@@ -26,8 +25,7 @@ inline bool RunArgsMissing(const void* header, const void* client, const void* c
 
 // Runs step between its trace lines; a failure is logged and returned unchanged.
 template <typename Step>
-VW_RESULT_TYPE RunTracedStep(const HandlerStepTexts& texts, Step step)
-{
+VW_RESULT_TYPE RunTracedStep(const HandlerStepTexts& texts, Step step) {
     VKS_LOG(VKS_SRC_MULTI_TASK, VKS_LOG_TRACE, texts.begin, texts.traceTag);
     VW_RESULT_TYPE result = step();
     if (result != VW_SUCCESS) {

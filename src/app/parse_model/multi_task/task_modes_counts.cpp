@@ -28,7 +28,8 @@ struct CountsResource {
 
 const CountsResource<_VW_AvailableList_S> kAvailable = {
     VKS_URI_AVAILABLE_LIST,
-    {&_VW_AvailableList_S::faceDetection, &_VW_AvailableList_S::vhdDetection, &_VW_AvailableList_S::vhdFaceMode},
+    {&_VW_AvailableList_S::faceDetection, &_VW_AvailableList_S::vhdDetection,
+     &_VW_AvailableList_S::vhdFaceMode},
     "[%s]:RunGetMultiTaskAppTaskModesAvailableList begin",
     "[%s]:RunGetMultiTaskAppTaskModesAvailableList failed with %d\n",
     "[%s]:RunGetMultiTaskAppTaskModesAvailableList end",
@@ -45,7 +46,8 @@ const CountsResource<_VW_CapacityList_S> kCapacity = {
     "[%s]:RunGetMultiTaskAppTaskModesCapacity begin",
     "[%s]:RunGetMultiTaskAppTaskModesCapacity failed with %d\n",
     "[%s]:RunGetMultiTaskAppTaskModesCapacity end",
-    "%s[%s:%llu] Get RVN Capacity List Params Successfully. faceDetect:%llu, vhdDetect:%llu, vhdFaceDetect:%llu",
+    "%s[%s:%llu] Get RVN Capacity List Params Successfully. faceDetect:%llu, vhdDetect:%llu, "
+    "vhdFaceDetect:%llu",
     "%s[%s:%llu] 获取多机互助设备可创建的各类最大任务数目成功. 人卡:%llu, 微卡:%llu, 混行:%llu",
     "%s[%s:%llu] Get RVN Capacity List Params fail. faceDetect:%llu, vhdDetect:%llu, vhdFaceDetect:%llu",
     "%s[%s:%llu] 获取多机互助可创建的各类最大任务数目失败. 人卡:%llu, 微卡:%llu, 混行:%llu",
@@ -53,13 +55,12 @@ const CountsResource<_VW_CapacityList_S> kCapacity = {
 
 template <typename T>
 VW_RESULT_TYPE RunGetCounts(const CountsResource<T>& res, tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
-                            tagHTTP_CNTENT_INTER_S* ctIn)
-{
+                            tagHTTP_CNTENT_INTER_S* ctIn) {
     if (RunArgsMissing(header, client, ctIn)) {
         return VW_INVALID_PARAM;
     }
-    const HandlerStepTexts texts = {LOG_MULTI_TASK_APP_REST, LOG_MULTI_TASK_APP_REST, res.runBegin, res.runFailed,
-                                    res.runEnd};
+    const HandlerStepTexts texts = {LOG_MULTI_TASK_APP_REST, LOG_MULTI_TASK_APP_REST, res.runBegin,
+                                    res.runFailed, res.runEnd};
     return RunTracedStep(texts, [&res, ctIn] {
         return ProcMsg_Get<T>(ctIn, res.uri, DXMP_METHOD_GET, DXMP_ITEM_CHANNEL_ID, VKS_DEFAULT_CHANNEL_ID);
     });
@@ -67,8 +68,7 @@ VW_RESULT_TYPE RunGetCounts(const CountsResource<T>& res, tagHTTP_HEADER_S* head
 
 template <typename T>
 VW_RESULT_TYPE FormatGetCounts(const CountsResource<T>& res, tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
-                               tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf)
-{
+                               tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf) {
     if (header == nullptr || ctIn == nullptr || buf == nullptr || ctIn->runOut == nullptr) {
         VKS_LOG(kFile, VKS_LOG_ERROR, "[%s]:Invalid Param", LOG_MULTI_TASK_APP_REST);
         return VW_FAILED;
@@ -86,25 +86,21 @@ VW_RESULT_TYPE FormatGetCounts(const CountsResource<T>& res, tagHTTP_HEADER_S* h
 }  // namespace
 
 VW_RESULT_TYPE RunGetMultiTaskAppTaskModesAvailableList(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
-                                                        tagHTTP_CNTENT_INTER_S* ctIn)
-{
+                                                        tagHTTP_CNTENT_INTER_S* ctIn) {
     return RunGetCounts(kAvailable, header, client, ctIn);
 }
 
 VW_RESULT_TYPE FormatGetMultiTaskAppTaskModesAvailableList(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
-                                                           tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf)
-{
+                                                           tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf) {
     return FormatGetCounts(kAvailable, header, result, ctIn, buf);
 }
 
 VW_RESULT_TYPE RunGetMultiTaskAppTaskModesCapacity(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
-                                                   tagHTTP_CNTENT_INTER_S* ctIn)
-{
+                                                   tagHTTP_CNTENT_INTER_S* ctIn) {
     return RunGetCounts(kCapacity, header, client, ctIn);
 }
 
 VW_RESULT_TYPE FormatGetMultiTaskAppTaskModesCapacity(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
-                                                      tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf)
-{
+                                                      tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf) {
     return FormatGetCounts(kCapacity, header, result, ctIn, buf);
 }

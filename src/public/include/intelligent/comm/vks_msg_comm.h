@@ -26,8 +26,7 @@ struct MsgBodyFields<_FaceRecPopUpPara> {
     };
     static constexpr Field kFields[] = {{"blackPopUp", &_FaceRecPopUpPara::blackPopUp},
                                         {"whitePopUp", &_FaceRecPopUpPara::whitePopUp}};
-    static void SetDefault(_FaceRecPopUpPara* record)
-    {
+    static void SetDefault(_FaceRecPopUpPara* record) {
         record->channelId = VKS_DEFAULT_CHANNEL_ID;
         record->blackPopUp = 0;
         record->whitePopUp = 0;
@@ -35,8 +34,7 @@ struct MsgBodyFields<_FaceRecPopUpPara> {
 };
 
 // A JSON real as an unsigned 32-bit switch: toward zero, saturating; negatives and NaN give 0.
-inline uint32_t MsgDoubleToU32(double value)
-{
+inline uint32_t MsgDoubleToU32(double value) {
     if (!(value > 0.0)) {
         return 0;
     }
@@ -47,8 +45,7 @@ inline uint32_t MsgDoubleToU32(double value)
 }
 
 // One member's 32-bit value by the JSON type of the value; false for a type the body may not use.
-inline bool MsgDecodeU32(json_object* value, uint32_t* out)
-{
+inline bool MsgDecodeU32(json_object* value, uint32_t* out) {
     switch (json_object_get_type(value)) {
         case json_type_boolean:
             *out = json_object_get_boolean(value) ? 1u : 0u;
@@ -67,8 +64,7 @@ inline bool MsgDecodeU32(json_object* value, uint32_t* out)
 // Merges the body into record. An absent key, or a JSON null, keeps the member's starting value. A
 // body that is not a JSON object is rejected: it cannot name any member.
 template <typename T>
-bool MsgDecodeBody(const char* text, T* record)
-{
+bool MsgDecodeBody(const char* text, T* record) {
     json_object* root = text != nullptr ? cJSON_Parse(text) : nullptr;
     bool decoded = root != nullptr && json_object_get_type(root) == json_type_object;
     for (const auto& field : MsgBodyFields<T>::kFields) {
@@ -92,8 +88,7 @@ bool MsgDecodeBody(const char* text, T* record)
 // or 18 when the record cannot be allocated.
 template <typename T>
 __attribute__((visibility("default"))) VW_RESULT_TYPE ParseMsg(tagHTTP_CNTENT_INTER_S* ctIn,
-                                                               tagHTTP_BUF_S* content)
-{
+                                                               tagHTTP_BUF_S* content) {
     if (ctIn == nullptr || content == nullptr) {
         VKS_LOG(VKS_SRC_MSG_COMM, VKS_LOG_ERROR, "[%s]:Invalid Param", LOG_VKS_FRAMEWORK);
         return VW_FAILED;
