@@ -1,0 +1,332 @@
+#include "access_server.h"
+
+#include <arpa/inet.h>
+#include <event2/buffer.h>
+#include <event2/event.h>
+#include <event2/http.h>
+#include <event2/thread.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <new>
+
+#include "async_hooks.h"
+#include "host_log.h"
+#include "http_answer.h"
+#include "phases.h"
+#include "request_ctx.h"
+#include "request_header.h"
+#include "status_map.h"
+#include "unix_cmd_channel.h"
+
+namespace vks_host {
+namespace {
+
+constexpr size_t kMaxRequestBody = 1u << 20;
+constexpr const char kApiPrefix[] = "/api/";
+
+void SubmitJob(RequestCtx* ctx, Stage stage);
+
+void DestroyRequest(RequestCtx* ctx) {
+    if (ctx->reply != nullptr) {
+        event_free(ctx->reply);
+    }
+    CancelRegistration(&ctx->phases);
+    FreeSlots(&ctx->phases.ctIn);
+    if (ctx->phases.client.pRecvMsg != nullptr) {
+        dxmp_message_put(ctx->phases.client.pRecvMsg);
+    }
+    if (ctx->done != nullptr) {
+        event_free(ctx->done);
+    }
+    UnixSocketClose(ctx->phases.client.synSock);
+    ctx->server->live.erase(ctx);
+    delete ctx;
+}
+
+void SendAnswer(RequestCtx* ctx) {
+    const PhaseRequest& p = ctx->phases;
+    HttpStatus status = StatusForResult(EffectiveResult(p), p.replyTimedOut);
+    evhttp_connection_set_closecb(evhttp_request_get_connection(ctx->req), nullptr, nullptr);
+    SendJson(ctx->req, status.code, status.reason, p.body.text);
+    ctx->req = nullptr;
+}
+
+// Worker thread: the phases of the request's current stage, then back to the loop.
+void PhaseJob(void* arg) {
+    auto* ctx = static_cast<RequestCtx*>(arg);
+    PhaseRequest* p = &ctx->phases;
+    if (ctx->stage == Stage::kFront) {
+        RunFrontPhases(p);
+        if (AwaitsReply(*p)) {
+            ctx->stage = Stage::kAwaitReply;
+            event_active(ctx->done, EV_READ, 0);
+            return;
+        }
+        CancelRegistration(p);  // a Run that failed after registering: the reply is not wanted
+    } else if (ctx->stage == Stage::kRecv) {
+        RunRecvPhase(p);
+    }
+    RunFormatPhase(p);
+    ctx->stage = Stage::kAnswer;
+    event_active(ctx->done, EV_READ, 0);
+}
+
+// Loop thread: the awaited reply arrived, or the wait timed out.
+void OnReplyReady(evutil_socket_t fd, short what, void* arg) {
+    auto* ctx = static_cast<RequestCtx*>(arg);
+    PhaseRequest* p = &ctx->phases;
+    event_free(ctx->reply);
+    ctx->reply = nullptr;
+    dxmp_message* msg = nullptr;
+    if ((what & EV_READ) != 0) {
+        msg = dxmp_message_new(0);
+        if (msg != nullptr && dxmp_message_recvfd(msg, fd) != 0) {
+            HOST_LOG(3, "no valid reply on fd %d for %s", fd, p->header.szReqUrl);
+            dxmp_message_put(msg);
+            msg = nullptr;
+        }
+    } else {
+        HOST_LOG(3, "reply timed out on fd %d for %s", fd, p->header.szReqUrl);
+        p->replyTimedOut = true;
+    }
+    CancelRegistration(p);  // the descriptor and our request reference are done with either way
+    if (msg == nullptr) {
+        p->result = VW_FAILED;
+        SubmitJob(ctx, Stage::kFormatOnly);
+        return;
+    }
+    p->client.pRecvMsg = msg;
+    SubmitJob(ctx, Stage::kRecv);
+}
+
+void ArmReply(RequestCtx* ctx) {
+    const PhaseRequest& p = ctx->phases;
+    int ms = ctx->server->options.replyTimeoutMs;
+    struct timeval timeout = {ms / 1000, (ms % 1000) * 1000};
+    ctx->reply = event_new(ctx->server->base, p.asyncFd, EV_READ, &OnReplyReady, ctx);
+    if (ctx->reply == nullptr || event_add(ctx->reply, &timeout) != 0) {
+        HOST_LOG(3, "cannot wait for fd %d", p.asyncFd);
+        if (ctx->reply != nullptr) {
+            event_free(ctx->reply);
+            ctx->reply = nullptr;
+        }
+        CancelRegistration(&ctx->phases);
+        ctx->phases.result = VW_FAILED;
+        SubmitJob(ctx, Stage::kFormatOnly);
+    }
+}
+
+// Loop thread: a worker finished a job.
+void OnJobDone(evutil_socket_t, short, void* arg) {
+    auto* ctx = static_cast<RequestCtx*>(arg);
+    if (ctx->req == nullptr) {  // the client left meanwhile: nothing to answer
+        DestroyRequest(ctx);
+        return;
+    }
+    if (ctx->stage == Stage::kAwaitReply) {
+        ArmReply(ctx);
+        return;
+    }
+    SendAnswer(ctx);
+    DestroyRequest(ctx);
+}
+
+void SubmitJob(RequestCtx* ctx, Stage stage) {
+    ctx->stage = stage;
+    if (!ctx->server->pool.Submit(&PhaseJob, ctx)) {
+        if (ctx->req != nullptr) {
+            evhttp_connection_set_closecb(evhttp_request_get_connection(ctx->req), nullptr, nullptr);
+            SendJsonError(ctx->req, 503, "Service Unavailable");
+        }
+        DestroyRequest(ctx);
+    }
+}
+
+// Loop thread: libevent is about to free the connection and its pending request.
+void OnClientGone(struct evhttp_connection*, void* arg) {
+    auto* ctx = static_cast<RequestCtx*>(arg);
+    HOST_LOG(1, "client left before the answer to %s", ctx->phases.header.szReqUrl);
+    ctx->req = nullptr;
+    if (ctx->reply != nullptr) {  // waiting on the loop, not on a worker: clean up now
+        DestroyRequest(ctx);
+    }
+}
+
+// "/api/<Resource>" with nothing after the name; empty otherwise.
+std::string ResourceOf(struct evhttp_request* req) {
+    const char* path = evhttp_uri_get_path(evhttp_request_get_evhttp_uri(req));
+    if (path == nullptr || strncmp(path, kApiPrefix, sizeof(kApiPrefix) - 1) != 0) {
+        return "";
+    }
+    std::string resource = path + sizeof(kApiPrefix) - 1;
+    return resource.find('/') == std::string::npos ? resource : "";
+}
+
+RequestCtx* NewRequest(AccessServer* server, struct evhttp_request* req, const HandlerSet* handlers) {
+    auto* ctx = new (std::nothrow) RequestCtx();
+    if (ctx == nullptr) {
+        return nullptr;
+    }
+    ctx->server = server;
+    ctx->req = req;
+    struct evbuffer* in = evhttp_request_get_input_buffer(req);
+    ctx->phases.requestBody.resize(evbuffer_get_length(in));
+    evbuffer_copyout(in, &ctx->phases.requestBody[0], ctx->phases.requestBody.size());
+    InitPhaseRequest(&ctx->phases, handlers, server->options.maxBody);
+    FillRequestHeader(req, &ctx->phases.header);
+    ctx->phases.client.synSock =
+        UnixSocketOpen(server->options.cmdSocket.c_str(), server->options.replyTimeoutMs);
+    ctx->done = event_new(server->base, -1, 0, &OnJobDone, ctx);
+    server->live.insert(ctx);
+    if (ctx->done == nullptr) {
+        DestroyRequest(ctx);
+        return nullptr;
+    }
+    evhttp_connection_set_closecb(evhttp_request_get_connection(req), &OnClientGone, ctx);
+    return ctx;
+}
+
+void OnHttpRequest(struct evhttp_request* req, void* arg) {
+    auto* server = static_cast<AccessServer*>(arg);
+    std::string resource = ResourceOf(req);
+    const HandlerSet* handlers = nullptr;
+    RouteLookup found = kNoSuchResource;
+    if (!resource.empty()) {
+        found = FindRoute(*server->module, resource.c_str(), MethodName(evhttp_request_get_command(req)),
+                          &handlers);
+    }
+    if (found == kNoSuchResource) {
+        SendJsonError(req, 404, "Not Found");
+        return;
+    }
+    if (found == kMethodNotAllowed) {
+        evhttp_add_header(evhttp_request_get_output_headers(req), "Allow",
+                          AllowedMethods(*server->module, resource.c_str()).c_str());
+        SendJsonError(req, 405, "Method Not Allowed");
+        return;
+    }
+    if (strlen(evhttp_request_get_uri(req)) >= HTTP_URL_LEN) {
+        SendJsonError(req, 414, "URI Too Long");
+        return;
+    }
+    RequestCtx* ctx = NewRequest(server, req, handlers);
+    if (ctx == nullptr) {
+        SendJsonError(req, 503, "Service Unavailable");
+        return;
+    }
+    SubmitJob(ctx, Stage::kFront);
+}
+
+void OnSignal(evutil_socket_t, short, void* arg) {
+    event_base_loopexit(static_cast<struct event_base*>(arg), nullptr);
+}
+
+uint16_t BoundPort(struct evhttp_bound_socket* socket) {
+    struct sockaddr_storage addr;
+    socklen_t len = sizeof(addr);
+    if (getsockname(evhttp_bound_socket_get_fd(socket), reinterpret_cast<struct sockaddr*>(&addr), &len) !=
+        0) {
+        return 0;
+    }
+    if (addr.ss_family == AF_INET6) {
+        return ntohs(reinterpret_cast<struct sockaddr_in6*>(&addr)->sin6_port);
+    }
+    return ntohs(reinterpret_cast<struct sockaddr_in*>(&addr)->sin_port);
+}
+
+int SetUpHttp(AccessServer* server, std::string* err) {
+    server->http = evhttp_new(server->base);
+    if (server->http == nullptr) {
+        *err = "evhttp_new failed";
+        return -1;
+    }
+    // Every method reaches the router, so that an unserved one gets our JSON 405.
+    evhttp_set_allowed_methods(server->http, EVHTTP_REQ_GET | EVHTTP_REQ_POST | EVHTTP_REQ_HEAD |
+                                                 EVHTTP_REQ_PUT | EVHTTP_REQ_DELETE | EVHTTP_REQ_OPTIONS |
+                                                 EVHTTP_REQ_TRACE | EVHTTP_REQ_CONNECT | EVHTTP_REQ_PATCH);
+    evhttp_set_max_body_size(server->http, kMaxRequestBody);
+    evhttp_set_gencb(server->http, &OnHttpRequest, server);
+    const HostOptions& o = server->options;
+    struct evhttp_bound_socket* socket =
+        evhttp_bind_socket_with_handle(server->http, o.listenHost.c_str(), o.listenPort);
+    if (socket == nullptr) {
+        *err =
+            "cannot listen on " + o.listenHost + ":" + std::to_string(o.listenPort) + ": " + strerror(errno);
+        return -1;
+    }
+    server->boundPort = BoundPort(socket);
+    return 0;
+}
+
+int SetUpSignals(AccessServer* server) {
+    const int numbers[2] = {SIGINT, SIGTERM};
+    for (int i = 0; i < 2; ++i) {
+        server->signals[i] = evsignal_new(server->base, numbers[i], &OnSignal, server->base);
+        if (server->signals[i] == nullptr || event_add(server->signals[i], nullptr) != 0) {
+            return -1;
+        }
+    }
+    return 0;
+}
+
+}  // namespace
+
+int StartAccessServer(AccessServer* server, const HostOptions& options, const ModuleTable* module,
+                      std::string* err) {
+    server->options = options;
+    server->module = module;
+    server->base = nullptr;
+    server->http = nullptr;
+    server->signals[0] = server->signals[1] = nullptr;
+    // Workers activate events of the loop's base; libevent must lock it.
+    if (evthread_use_pthreads() != 0 || (server->base = event_base_new()) == nullptr) {
+        *err = "cannot create the event loop";
+        return -1;
+    }
+    signal(SIGPIPE, SIG_IGN);  // a client that left must not kill the server on write
+    if (SetUpHttp(server, err) != 0) {
+        return -1;
+    }
+    if (SetUpSignals(server) != 0) {
+        *err = "cannot watch SIGINT/SIGTERM";
+        return -1;
+    }
+    InstallAsynEventHooks();
+    if (server->pool.Start(options.workers) != 0) {
+        *err = "cannot start the worker threads";
+        return -1;
+    }
+    return 0;
+}
+
+int RunAccessServer(AccessServer* server) {
+    return event_base_dispatch(server->base) < 0 ? -1 : 0;
+}
+
+void StopAccessServer(AccessServer* server) {
+    if (server->http != nullptr) {
+        evhttp_free(server->http);  // drops every connection; their requests lose their client
+        server->http = nullptr;
+    }
+    server->pool.Stop();  // jobs already queued still finish, so their slots are released by Format
+    while (!server->live.empty()) {
+        DestroyRequest(*server->live.begin());
+    }
+    DxmpSetAsynEventHooks(nullptr, nullptr, nullptr);
+    for (struct event*& e : server->signals) {
+        if (e != nullptr) {
+            event_free(e);
+            e = nullptr;
+        }
+    }
+    if (server->base != nullptr) {
+        event_base_free(server->base);
+        server->base = nullptr;
+    }
+}
+
+}  // namespace vks_host

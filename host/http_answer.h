@@ -1,0 +1,20 @@
+// Answers written to the HTTP client.
+#ifndef VKS_HOST_HTTP_ANSWER_H
+#define VKS_HOST_HTTP_ANSWER_H
+
+#include <event2/http.h>
+
+#include <string>
+
+namespace vks_host {
+
+// Sends body as application/json with the given status.
+void SendJson(struct evhttp_request* req, int code, const char* reason, const std::string& body);
+
+// The status envelope for an error the server answers itself (unknown resource or method, URL too
+// long): {"ResponseStatus": {"RequestURL", "StatusCode" (the HTTP status), "StatusString"}}.
+void SendJsonError(struct evhttp_request* req, int code, const char* reason);
+
+}  // namespace vks_host
+
+#endif

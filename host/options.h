@@ -1,0 +1,33 @@
+// Command-line options of the development access server.
+#ifndef VKS_HOST_OPTIONS_H
+#define VKS_HOST_OPTIONS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace vks_host {
+
+struct HostOptions {
+    std::string modulePath;  // libvksapiMultiTaskApp.so
+    std::string listenHost = "127.0.0.1";
+    uint16_t listenPort = 8080;  // 0: any free port, printed when listening
+    int workers = 4;
+    std::string cmdSocket;
+    std::string oplogPath;  // empty: operation log dropped; "-": stdout
+    int debugLevel = 3;     // debug lines of this level and above go to stderr
+    int replyTimeoutMs = 35000;
+    size_t maxBody = 16u << 20;  // response body bound enforced by Copy2Buf
+};
+
+enum ParseOutcome { kOptionsOk = 0, kOptionsHelp = 1, kOptionsBad = -1 };
+
+// Fills *out from argv. kOptionsBad comes with the reason in *err.
+ParseOutcome ParseHostOptions(int argc, char** argv, HostOptions* out, std::string* err);
+std::string HostUsage(const char* argv0);
+// <directory of the running executable>/../lib/libvksapiMultiTaskApp.so
+std::string DefaultModulePath();
+
+}  // namespace vks_host
+
+#endif

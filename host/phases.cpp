@@ -1,0 +1,93 @@
+#include "phases.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "zkapi_common.h"
+
+namespace vks_host {
+
+void InitPhaseRequest(PhaseRequest* r, const HandlerSet* handlers, size_t bodyLimit) {
+    r->handlers = handlers;
+    memset(&r->header, 0, sizeof(r->header));
+    r->client = tagHTTP_CLIENT_S{nullptr, nullptr, r};
+    r->ctIn = tagHTTP_CNTENT_INTER_S{nullptr, nullptr, nullptr};
+    r->input = tagHTTP_BUF_S{&BodyCopy2Buf, r->requestBody.c_str(), nullptr};
+    r->body.text.clear();
+    r->body.limit = bodyLimit;
+    r->output = tagHTTP_BUF_S{nullptr, nullptr, nullptr};
+    BindBodyBuffer(&r->output, &r->body);
+    r->result = VW_SUCCESS;
+    r->formatReturn = VW_SUCCESS;
+    r->replyTimedOut = false;
+    r->asyncFd = -1;
+    r->asyncRequest = nullptr;
+}
+
+void RunFrontPhases(PhaseRequest* r) {
+    const HandlerSet& h = *r->handlers;
+    r->input.pContent = r->requestBody.c_str();
+    r->result = VW_SUCCESS;
+    if (h.preProc != nullptr) {
+        r->result = h.preProc(&r->header, r->client.synSock, &r->ctIn);
+    }
+    if (r->result == VW_SUCCESS && h.parse != nullptr) {
+        r->result = h.parse(&r->header, &r->input, &r->ctIn);
+    }
+    if (r->result == VW_SUCCESS && h.run != nullptr) {
+        r->result = h.run(&r->header, &r->client, &r->ctIn);
+    }
+}
+
+bool AwaitsReply(const PhaseRequest& r) {
+    return r.result == VW_SUCCESS && r.asyncFd >= 0 && r.handlers->recv != nullptr;
+}
+
+void CancelRegistration(PhaseRequest* r) {
+    if (r->asyncFd >= 0) {
+        close(r->asyncFd);
+        r->asyncFd = -1;
+    }
+    if (r->asyncRequest != nullptr) {
+        dxmp_message_put(r->asyncRequest);
+        r->asyncRequest = nullptr;
+    }
+}
+
+void RunRecvPhase(PhaseRequest* r) {
+    r->result = r->handlers->recv(&r->header, &r->client, &r->ctIn);
+}
+
+void FreeSlots(tagHTTP_CNTENT_INTER_S* ctIn) {
+    free(ctIn->preProcOut);
+    free(ctIn->parseOut);
+    free(ctIn->runOut);
+    *ctIn = tagHTTP_CNTENT_INTER_S{nullptr, nullptr, nullptr};
+}
+
+VW_RESULT_TYPE EffectiveResult(const PhaseRequest& r) {
+    if (r.result == VW_SUCCESS && r.formatReturn != VW_SUCCESS) {
+        return VW_FAILED;
+    }
+    return r.result;
+}
+
+void RunFormatPhase(PhaseRequest* r) {
+    const HandlerSet& h = *r->handlers;
+    r->formatReturn = VW_SUCCESS;
+    if (h.format != nullptr) {
+        r->formatReturn = h.format(&r->header, r->result, &r->ctIn, &r->output);
+    }
+    if (r->body.text.empty()) {
+        FormatCommonStatus(&r->header, EffectiveResult(*r), &r->ctIn, &r->output);
+    }
+    FreeSlots(&r->ctIn);
+    if (r->client.pRecvMsg != nullptr) {  // a Recv that did not consume its reply
+        dxmp_message_put(r->client.pRecvMsg);
+        r->client.pRecvMsg = nullptr;
+    }
+}
+
+}  // namespace vks_host

@@ -1,0 +1,34 @@
+// One HTTP request in flight: its phase record plus what the event loop needs to answer it.
+#ifndef VKS_HOST_REQUEST_CTX_H
+#define VKS_HOST_REQUEST_CTX_H
+
+#include <event2/event.h>
+#include <event2/http.h>
+
+#include "access_server.h"
+#include "phase_request.h"
+
+namespace vks_host {
+
+// Where a request stands. Written by whoever holds the request (a worker while a job runs, the
+// loop thread otherwise); the hand-over goes through event_active, which orders the accesses.
+enum class Stage {
+    kFront,       // queued or running: PreProc, Parse, Run (and Format when no reply is awaited)
+    kAwaitReply,  // Run registered a descriptor; the loop arms it
+    kRecv,        // reply in client.pRecvMsg: Recv, then Format
+    kFormatOnly,  // reply failed or timed out: Format with the failure
+    kAnswer,      // body ready to send
+};
+
+struct RequestCtx {
+    PhaseRequest phases;
+    AccessServer* server;
+    struct evhttp_request* req;  // null once the client has gone; loop thread only
+    struct event* done;          // activated by a worker when its job is over
+    struct event* reply;         // the armed descriptor of an awaited reply; loop thread only
+    Stage stage;
+};
+
+}  // namespace vks_host
+
+#endif

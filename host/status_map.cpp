@@ -1,0 +1,25 @@
+#include "status_map.h"
+
+namespace vks_host {
+
+HttpStatus StatusForResult(VW_RESULT_TYPE result, bool replyTimedOut) {
+    if (replyTimedOut) {
+        return {504, "Gateway Timeout"};
+    }
+    switch (result) {
+        case VW_SUCCESS:
+            return {200, "OK"};
+        case VW_PARAM_ERROR:  // the client's query or body
+            return {400, "Bad Request"};
+        case VW_SERVICE_NOT_EXIST:
+            return {503, "Service Unavailable"};
+        case VW_FAILED:
+        case VW_INVALID_PARAM:
+        case VW_MEMORY_ERROR:
+            return {500, "Internal Server Error"};
+        default:  // the analysis service's own result code, passed through by the module
+            return {502, "Bad Gateway"};
+    }
+}
+
+}  // namespace vks_host
