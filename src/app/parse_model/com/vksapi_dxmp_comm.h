@@ -51,6 +51,8 @@ __attribute__((visibility("default"))) int SyncBlockDXMPMultiMsgInteraction(dxmp
 // A record travels as its raw memory image: the content of the DXMP message is exactly sizeof(T)
 // bytes. Templates carry default visibility so that the module exports their instances (weak).
 #define VKS_TEMPLATE_EXPORT __attribute__((visibility("default")))
+// Helpers of the round trips are the module's own business, whatever their record type.
+#define VKS_TEMPLATE_INTERNAL __attribute__((visibility("hidden")))
 #define VKS_RESULT_ITEM_SIZE 4u
 
 // Result code of a reply (item 0xB001, 4 to 7 bytes: only the first 4 are the code). Returns the
@@ -75,8 +77,8 @@ inline VW_RESULT_TYPE DxmpReplyResult(dxmp_message* msg, const char* file, const
 // stores nothing. A longer one is refused by memcpy_s, which zero-fills the record that is stored
 // anyway; with exact set it is instead rejected with 18. Returns 0, or 18 with nothing stored.
 template <typename T>
-VKS_TEMPLATE_EXPORT VW_RESULT_TYPE DxmpStoreReplyRecord(dxmp_message* msg, tagHTTP_CNTENT_INTER_S* ctIn,
-                                                        bool exact, const char* file) {
+VKS_TEMPLATE_INTERNAL VW_RESULT_TYPE DxmpStoreReplyRecord(dxmp_message* msg, tagHTTP_CNTENT_INTER_S* ctIn,
+                                                          bool exact, const char* file) {
     void* data = nullptr;
     uint32_t length = 0;
     if (dxmp_content(msg, &data, &length) != 0 || length < sizeof(T)) {
@@ -104,8 +106,8 @@ VKS_TEMPLATE_EXPORT VW_RESULT_TYPE DxmpStoreReplyRecord(dxmp_message* msg, tagHT
 // Turns the reply of a typed round trip into its result and releases the message. A failed
 // exchange reports the service's code when the reply carried one; a valid one without code is 0.
 template <typename T>
-VKS_TEMPLATE_EXPORT VW_RESULT_TYPE DxmpFinishRoundTrip(dxmp_message* msg, tagHTTP_CNTENT_INTER_S* ctIn,
-                                                       int exchange, bool exact, const char* resultFmt) {
+VKS_TEMPLATE_INTERNAL VW_RESULT_TYPE DxmpFinishRoundTrip(dxmp_message* msg, tagHTTP_CNTENT_INTER_S* ctIn,
+                                                         int exchange, bool exact, const char* resultFmt) {
     const char* file = VKS_SRC_DXMP_COMM_FROM_TASK;
     VW_RESULT_TYPE result = exchange;
     if (exchange != 0) {
@@ -139,9 +141,9 @@ inline dxmp_message* DxmpNewRoundTrip(const tagHTTP_CNTENT_INTER_S* ctIn, bool n
 // One-item round trip of a T: a GET leaves the reply's record in runOut, a PUT (put set) sends the
 // record in parseOut as the content and keeps a reply record only when it is exactly sizeof(T).
 template <typename T>
-VKS_TEMPLATE_EXPORT VW_RESULT_TYPE DxmpOneItemRoundTrip(tagHTTP_CNTENT_INTER_S* ctIn, unsigned short uri,
-                                                        unsigned char method, unsigned short headType,
-                                                        unsigned long long value, bool put) {
+VKS_TEMPLATE_INTERNAL VW_RESULT_TYPE DxmpOneItemRoundTrip(tagHTTP_CNTENT_INTER_S* ctIn, unsigned short uri,
+                                                          unsigned char method, unsigned short headType,
+                                                          unsigned long long value, bool put) {
     dxmp_message* msg = DxmpNewRoundTrip(ctIn, put);
     if (msg == nullptr) {
         return VW_FAILED;

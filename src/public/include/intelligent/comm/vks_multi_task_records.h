@@ -6,6 +6,10 @@
 #include <cstddef>
 #include <cstdint>
 
+// The module is built with hidden visibility; these types stay visible so that the template instances
+// made for them (round trips, codec, responses) are exported as the host expects.
+#pragma GCC visibility push(default)
+
 // 32-bit on/off setting: 0 off, 1 on. Any 32-bit value passes through unchanged.
 enum ENABLE_TYPE : int32_t { ENABLE_TYPE_OFF = 0, ENABLE_TYPE_ON = 1 };
 
@@ -173,5 +177,7 @@ static_assert(offsetof(VW_JSON_MSG_S, pBuffer) == 280, "pBuffer");
 #define VKS_URI_AVAILABLE_LIST 1202
 #define VKS_URI_CAPACITY_LIST 1203
 #define VKS_DEFAULT_CHANNEL_ID 101ULL
+
+#pragma GCC visibility pop
 
 #endif
