@@ -21,8 +21,8 @@ struct FaultOptions {
 
 struct ServerOptions {
     std::string socketPath = VW_CMD_SOCKET_DEFAULT;
-    std::string dbPath;     // SQLite file shared with the analysis service (own tables)
-    std::string resultDir;  // where history-query result files are written
+    std::string dbPath = "/tmp/vks-emulator.db";       // SQLite file shared with the analysis service (own tables)
+    std::string resultDir = "/tmp/vks-history-results";  // where history-query result files are written
     FaultOptions faults;
 };
 
@@ -31,6 +31,7 @@ struct ServerOptions {
 bool ParseOption(const std::string& name, const std::string& value, ServerOptions* opts);
 const char* OptionsHelp();
 
+// Opaque outside the server's own file: a server is ended only through StopServer.
 class Server;
 // Opens the database (creating and seeding it on first start), binds the socket and serves on its
 // own thread. Null with *error set when any of that fails.

@@ -1,0 +1,156 @@
+#include "cmd_server.h"
+
+#include <errno.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include "cmd_handlers.h"
+#include "frame_server.h"
+#include "result_file.h"
+
+namespace cmdchan {
+
+class Server {
+public:
+    ServerOptions opts;
+    std::unique_ptr<Store> store;
+    CommandContext ctx{};
+    std::unique_ptr<FrameServer> frames;  // last: stops serving before the state it uses goes
+};
+
+namespace {
+
+bool ParseInt(const std::string& value, int* out) {
+    if (value.empty()) {
+        return false;
+    }
+    char* end = nullptr;
+    errno = 0;
+    long v = strtol(value.c_str(), &end, 10);
+    if (errno != 0 || *end != '\0' || v < INT32_MIN || v > INT32_MAX) {
+        return false;
+    }
+    *out = static_cast<int>(v);
+    return true;
+}
+
+// A flag given without a value is on.
+bool ParseBool(const std::string& value, bool* out) {
+    if (value.empty() || value == "1" || value == "true" || value == "on") {
+        *out = true;
+    } else if (value == "0" || value == "false" || value == "off") {
+        *out = false;
+    } else {
+        return false;
+    }
+    return true;
+}
+
+bool FaultApplies(const FaultOptions& faults, uint32_t cmd) {
+    return faults.command == 0 || static_cast<uint32_t>(faults.command) == cmd;
+}
+
+// Answers one request: faults first, then the command itself. False leaves it unanswered.
+bool Answer(Server* server, const cmdframe::Request& request, cmdframe::Reply* reply) {
+    const FaultOptions& faults = server->opts.faults;
+    bool applies = FaultApplies(faults, request.cmd);
+    if (applies && faults.noReply) {
+        return false;
+    }
+    if (applies && faults.result != 0) {
+        if (request.op == cmdframe::kOpMsg) {
+            FillMsgResult(request.cmd, faults.result, "", reply);
+        } else {
+            reply->result = faults.result;
+        }
+        return true;
+    }
+    server->ctx.badPath = applies && faults.badPath;
+    server->ctx.shrinkResult = applies && faults.shrinkFile;
+    HandleCommand(&server->ctx, request, reply);
+    return true;
+}
+
+bool PrepareResultDir(const std::string& dir, std::string* error) {
+    // Result paths travel in a 128-byte field: leave room for the file name and its NUL.
+    const size_t kRoomForName = 48;
+    if (dir.empty() || dir.size() + kRoomForName > sizeof(MSG_DATA::szPath)) {
+        *error = "result directory empty or longer than " +
+                 std::to_string(sizeof(MSG_DATA::szPath) - kRoomForName) + " bytes: " + dir;
+        return false;
+    }
+    if (mkdir(dir.c_str(), 0755) != 0 && errno != EEXIST) {
+        *error = "create result directory " + dir + ": " + strerror(errno);
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool ParseOption(const std::string& rawName, const std::string& value, ServerOptions* opts) {
+    std::string name = rawName.compare(0, 2, "--") == 0 ? rawName.substr(2) : rawName;
+    if (name == "cmd-socket" || name == "db" || name == "result-dir") {
+        std::string& field = name == "cmd-socket" ? opts->socketPath : name == "db" ? opts->dbPath : opts->resultDir;
+        field = value;
+        return !value.empty();
+    }
+    FaultOptions& f = opts->faults;
+    if (name == "cmd-fault-command") {
+        return ParseInt(value, &f.command);
+    }
+    if (name == "cmd-fault-result") {
+        return ParseInt(value, &f.result);
+    }
+    if (name == "cmd-fault-no-reply") {
+        return ParseBool(value, &f.noReply);
+    }
+    if (name == "cmd-fault-bad-path") {
+        return ParseBool(value, &f.badPath);
+    }
+    if (name == "cmd-fault-shrink") {
+        return ParseBool(value, &f.shrinkFile);
+    }
+    return false;
+}
+
+const char* OptionsHelp() {
+    return "Command channel:\n"
+           "  --cmd-socket=PATH        unix socket to serve (default " VW_CMD_SOCKET_DEFAULT ")\n"
+           "  --db=PATH                SQLite state file (tables cmd_*; seeded with demo records once)\n"
+           "  --result-dir=DIR         where history-query result files are written\n"
+           "  --cmd-fault-command=N    apply the faults below to command N only (default: every command)\n"
+           "  --cmd-fault-result=N     answer with result N and change nothing\n"
+           "  --cmd-fault-no-reply     read requests and never answer them\n"
+           "  --cmd-fault-bad-path     history query: name a result file that does not exist\n"
+           "  --cmd-fault-shrink       history query: halve the result file once its size was taken\n";
+}
+
+std::unique_ptr<Server> StartServer(const ServerOptions& opts, std::string* error) {
+    std::string ignored;
+    std::string* why = error != nullptr ? error : &ignored;
+    std::unique_ptr<Server> server(new Server);
+    server->opts = opts;
+    if (!PrepareResultDir(opts.resultDir, why)) {
+        return nullptr;
+    }
+    server->store = Store::Open(opts.dbPath, why);
+    if (!server->store) {
+        return nullptr;
+    }
+    server->ctx.store = server->store.get();
+    server->ctx.resultDir = opts.resultDir;
+    Server* raw = server.get();
+    server->frames = FrameServer::Start(
+        opts.socketPath, [raw](const cmdframe::Request& rq, cmdframe::Reply* rp) { return Answer(raw, rq, rp); },
+        why);
+    if (!server->frames) {
+        return nullptr;
+    }
+    return server;
+}
+
+void StopServer(std::unique_ptr<Server> server) { server.reset(); }
+
+}  // namespace cmdchan

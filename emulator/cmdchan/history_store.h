@@ -1,0 +1,70 @@
+// The command channel's state in the emulator's SQLite file: per-channel settings records (22025,
+// 7037) and the stored history records that 7032 queries and 22026 deletes. Tables are prefixed
+// "cmd_" so that they live beside the analysis service's own.
+#ifndef CMDCHAN_HISTORY_STORE_H
+#define CMDCHAN_HISTORY_STORE_H
+
+#include <stdint.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace cmdchan {
+
+struct HistoryFilter {
+    std::string startTime;  // empty: no lower bound
+    std::string endTime;
+    uint64_t channelId = 0;  // 0 in any of the numbers: any value
+    uint32_t databaseType = 0;
+    uint32_t firstAttri = 0;
+    uint32_t secondAttri = 0;
+    uint64_t libId = 0;
+};
+
+struct HistoryRow {
+    int64_t recordId = 0;
+    std::string snapTime;
+    uint64_t channelId = 0;
+    uint32_t databaseType = 0;
+    uint32_t firstAttri = 0;
+    uint32_t secondAttri = 0;
+    uint64_t libId = 0;
+    std::string name;
+    uint32_t matchRate = 0;
+};
+
+class Store {
+public:
+    // Opens (creating the tables and seeding the demo records on first start) the database file.
+    static std::unique_ptr<Store> Open(const std::string& path, std::string* error);
+    ~Store();
+    Store(const Store&) = delete;
+    Store& operator=(const Store&) = delete;
+
+    // A stored settings record of command cmd for a channel: 1 found, 0 none, -1 database error.
+    int GetSetting(int cmd, uint64_t channelId, std::vector<unsigned char>* record);
+    bool PutSetting(int cmd, uint64_t channelId, const std::vector<unsigned char>& record);
+
+    // Records matching the filter, oldest first, from startIndex on, at most count; total counts all
+    // that match. False on a database error.
+    bool Query(const HistoryFilter& filter, uint32_t startIndex, uint32_t count, std::vector<HistoryRow>* rows,
+               long long* total);
+    // Deletes the records in [startTime, endTime], or every record when all is set; -1 on error.
+    long long Delete(const std::string& startTime, const std::string& endTime, bool all);
+
+private:
+    Store() = default;
+    bool Exec(const char* sql);
+    sqlite3_stmt* Prepare(const char* sql);
+    bool Seed();
+
+    sqlite3* db_ = nullptr;
+};
+
+}  // namespace cmdchan
+
+#endif
