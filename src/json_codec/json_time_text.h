@@ -76,8 +76,10 @@ inline bool ParsesWhole(const char* text, size_t length, const char* format, str
     return end != nullptr && end == text + length;
 }
 
-// Minutes of the day from "%H:%M" or the exact "24:00"; 0, or -1 when the text does not parse.
-inline int ParseHourMinute(json_object* value, int32_t* minutes) {
+// Runs parse(text, length, brokenDown) over a NUL-terminated copy of the JSON string and a cleared
+// broken-down time; the copy is freed on every path. -1 when the copy or the clearing fails.
+template <typename Parse>
+int WithTimeText(json_object* value, Parse parse) {
     size_t length = 0;
     char* text = CopyJsonText(value, &length);
     if (text == nullptr) {
@@ -86,38 +88,41 @@ inline int ParseHourMinute(json_object* value, int32_t* minutes) {
     int ret = -1;
     struct tm brokenDown;
     if (memset_s(&brokenDown, sizeof(brokenDown), 0, sizeof(brokenDown)) == 0) {
-        if (strcmp(text, kEndOfDayText) == 0) {
-            *minutes = kEndOfDayMinutes;
-            ret = 0;
-        } else if (ParsesWhole(text, length, kHourMinuteFormat, &brokenDown)) {
-            *minutes = brokenDown.tm_hour * 60 + brokenDown.tm_min;
-            ret = 0;
-        }
+        ret = parse(text, length, &brokenDown);
     }
     free(text);
     return ret;
 }
 
+// Minutes of the day from "%H:%M" or the exact "24:00"; 0, or -1 when the text does not parse.
+inline int ParseHourMinute(json_object* value, int32_t* minutes) {
+    return WithTimeText(value, [minutes](const char* text, size_t length, struct tm* brokenDown) {
+        if (strcmp(text, kEndOfDayText) == 0) {
+            *minutes = kEndOfDayMinutes;
+            return 0;
+        }
+        if (!ParsesWhole(text, length, kHourMinuteFormat, brokenDown)) {
+            return -1;
+        }
+        *minutes = brokenDown->tm_hour * 60 + brokenDown->tm_min;
+        return 0;
+    });
+}
+
 // Epoch seconds of "%Y-%m-%d %H:%M:%S" read as local standard time (the cleared time keeps
 // tm_isdst 0); 0, or -1 when the text does not parse or mktime rejects it.
 inline int ParseDateTime(json_object* value, int32_t* seconds) {
-    size_t length = 0;
-    char* text = CopyJsonText(value, &length);
-    if (text == nullptr) {
-        return -1;
-    }
-    int ret = -1;
-    struct tm brokenDown;
-    if (memset_s(&brokenDown, sizeof(brokenDown), 0, sizeof(brokenDown)) == 0 &&
-        ParsesWhole(text, length, kDateTimeFormat, &brokenDown)) {
-        time_t when = mktime(&brokenDown);
-        if (when != static_cast<time_t>(-1)) {
-            *seconds = static_cast<int32_t>(when);
-            ret = 0;
+    return WithTimeText(value, [seconds](const char* text, size_t length, struct tm* brokenDown) {
+        if (!ParsesWhole(text, length, kDateTimeFormat, brokenDown)) {
+            return -1;
         }
-    }
-    free(text);
-    return ret;
+        time_t when = mktime(brokenDown);
+        if (when == static_cast<time_t>(-1)) {
+            return -1;
+        }
+        *seconds = static_cast<int32_t>(when);
+        return 0;
+    });
 }
 
 }  // namespace json_codec_detail

@@ -81,8 +81,9 @@ VW_RESULT_TYPE ParseCommon(tagHTTP_HEADER_S* pstHeader, tagHTTP_BUF_S* pstHttpCo
     }
     if (decoded != 0) {
         // One line, so that the value and the line argument carry the same number.
-        ZKAPI_LOG(VKS_SRC_BUSINESS_COMMON, VKS_LOG_ERROR, "[ZKAPI]:%s[%d] json decode fail\n", "ParseCommon",
-                  __LINE__);
+        // clang-format off
+        ZKAPI_LOG(VKS_SRC_BUSINESS_COMMON, VKS_LOG_ERROR, "[ZKAPI]:%s[%d] json decode fail\n", "ParseCommon", __LINE__);
+        // clang-format on
         return VW_PARAM_ERROR;
     }
     pstCtIn->parseOut = record;
