@@ -1,0 +1,124 @@
+// The codec on its hot paths beside hand-written json-c code doing the same work: encoding the
+// enable list of 32 tasks to text, and merging a 13-flag body into the display settings through
+// ParseCommon. Prints the ratio codec/baseline of each after the runs.
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <benchmark/benchmark.h>
+
+#include "codec_baseline.h"
+#include "ratio_reporter.h"
+#include "vks_os/access_server/zkapi/inc/zkapi_business_common.h"
+
+namespace {
+
+using Filter = VW_FACE_RECOGNITION_DL_METADATA_FILTER_PARA;
+
+const char kFilterBody[] =
+    R"({"matchRate": 1, "snapTime": 0, "deviceName": 1, "faceLibName": 0, "name": 1, "cardId": 0,)"
+    R"( "gender": 1, "province": 0, "city": 1, "cardType": 0, "birthday": 1, "blackMatchPic": 0,)"
+    R"( "whiteMatchPic": 1})";
+
+_VW_TasksEnableList_S FullTaskList() {
+    _VW_TasksEnableList_S list;
+    memset(&list, 0, sizeof(list));
+    list.taskNum = VW_MAX_TASK_NUM;
+    for (uint64_t i = 0; i < VW_MAX_TASK_NUM; ++i) {
+        int32_t on = static_cast<int32_t>(i % 2);
+        list.taskEnable[i] = _VW_TaskEnable_S{100 + i, on, 1 - on, on, 1, 0, on, 1};
+    }
+    return list;
+}
+
+void EncodeCodec(benchmark::State& state) {
+    const _VW_TasksEnableList_S list = FullTaskList();
+    for (auto _ : state) {
+        char* text = json_encode(list);
+        benchmark::DoNotOptimize(text);
+        free(text);
+    }
+}
+
+void EncodeBaseline(benchmark::State& state) {
+    const _VW_TasksEnableList_S list = FullTaskList();
+    for (auto _ : state) {
+        char* text = BaselineEncodeTasks(list);
+        benchmark::DoNotOptimize(text);
+        free(text);
+    }
+}
+
+void DecodeCodec(benchmark::State& state) {
+    tagHTTP_HEADER_S header;
+    memset(&header, 0, sizeof(header));
+    tagHTTP_BUF_S content = {nullptr, kFilterBody, nullptr};
+    Filter record;
+    memset(&record, 0, sizeof(record));
+    tagHTTP_CNTENT_INTER_S ctIn = {nullptr, nullptr, nullptr};
+    for (auto _ : state) {
+        ctIn.preProcOut = &record;
+        ctIn.parseOut = nullptr;
+        VW_RESULT_TYPE ret = ParseCommon<Filter>(&header, &content, &ctIn);
+        benchmark::DoNotOptimize(ret);
+        benchmark::DoNotOptimize(record);
+    }
+}
+
+void DecodeBaseline(benchmark::State& state) {
+    Filter record;
+    memset(&record, 0, sizeof(record));
+    for (auto _ : state) {
+        int ret = BaselineDecodeFilter(kFilterBody, &record);
+        benchmark::DoNotOptimize(ret);
+        benchmark::DoNotOptimize(record);
+    }
+}
+
+// Both sides must do the same work: the same JSON for the list, the same record from the body.
+bool SidesAgree() {
+    const _VW_TasksEnableList_S list = FullTaskList();
+    char* codecText = json_encode(list);
+    char* baselineText = BaselineEncodeTasks(list);
+    json_object* codecTree = codecText == nullptr ? nullptr : cJSON_Parse(codecText);
+    json_object* baselineTree = baselineText == nullptr ? nullptr : cJSON_Parse(baselineText);
+    bool encodeAgrees = codecTree != nullptr && json_object_equal(codecTree, baselineTree) != 0;
+    cJSON_Delete(codecTree);
+    cJSON_Delete(baselineTree);
+    free(codecText);
+    free(baselineText);
+
+    Filter viaCodec;
+    memset(&viaCodec, 0, sizeof(viaCodec));
+    Filter viaBaseline = viaCodec;
+    tagHTTP_HEADER_S header;
+    memset(&header, 0, sizeof(header));
+    tagHTTP_BUF_S content = {nullptr, kFilterBody, nullptr};
+    tagHTTP_CNTENT_INTER_S ctIn = {&viaCodec, nullptr, nullptr};
+    bool decodeAgrees = ParseCommon<Filter>(&header, &content, &ctIn) == VW_SUCCESS &&
+                        BaselineDecodeFilter(kFilterBody, &viaBaseline) == 0 &&
+                        memcmp(&viaCodec, &viaBaseline, sizeof(Filter)) == 0 && viaCodec.whiteMatchPic == 1;
+    if (!encodeAgrees || !decodeAgrees) {
+        fprintf(stderr, "codec and baseline disagree: encode %d, decode %d\n", encodeAgrees, decodeAgrees);
+    }
+    return encodeAgrees && decodeAgrees;
+}
+
+}  // namespace
+
+BENCHMARK(EncodeCodec)->Name("Encode/Codec");
+BENCHMARK(EncodeBaseline)->Name("Encode/Baseline");
+BENCHMARK(DecodeCodec)->Name("Decode/Codec");
+BENCHMARK(DecodeBaseline)->Name("Decode/Baseline");
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv) || !SidesAgree()) {
+        return 1;
+    }
+    RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::Shutdown();
+    int pairs = reporter.PrintRatios("Encode") + reporter.PrintRatios("Decode");
+    return pairs == 2 ? 0 : 1;
+}

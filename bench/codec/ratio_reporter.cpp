@@ -1,0 +1,34 @@
+#include "ratio_reporter.h"
+
+#include <stdio.h>
+
+namespace {
+double Nanoseconds(double value, benchmark::TimeUnit unit) {
+    return value * benchmark::GetTimeUnitMultiplier(benchmark::kNanosecond) /
+           benchmark::GetTimeUnitMultiplier(unit);
+}
+}  // namespace
+
+void RatioReporter::ReportRuns(const std::vector<Run>& reports) {
+    ConsoleReporter::ReportRuns(reports);
+    for (const Run& run : reports) {
+        if (run.run_type == Run::RT_Iteration && !run.error_occurred) {
+            m_times[run.benchmark_name()] = {Nanoseconds(run.GetAdjustedRealTime(), run.time_unit),
+                                             Nanoseconds(run.GetAdjustedCPUTime(), run.time_unit)};
+        }
+    }
+}
+
+int RatioReporter::PrintRatios(const std::string& label) const {
+    auto codec = m_times.find(label + "/Codec");
+    auto baseline = m_times.find(label + "/Baseline");
+    if (codec == m_times.end() || baseline == m_times.end() || baseline->second.realNs <= 0.0 ||
+        baseline->second.cpuNs <= 0.0) {
+        return 0;
+    }
+    const Times& c = codec->second;
+    const Times& b = baseline->second;
+    printf("%-6s codec/baseline: %.3f real, %.3f cpu  (codec %.0f ns, baseline %.0f ns real)\n",
+           label.c_str(), c.realNs / b.realNs, c.cpuNs / b.cpuNs, c.realNs, b.realNs);
+    return 1;
+}

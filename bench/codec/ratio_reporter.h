@@ -1,0 +1,25 @@
+// Console output of Google Benchmark plus the ratio of each codec run to its baseline run.
+#ifndef RATIO_REPORTER_H
+#define RATIO_REPORTER_H
+
+#include <benchmark/benchmark.h>
+
+#include <map>
+#include <string>
+
+class RatioReporter : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run>& reports) override;
+    // Prints the ratios codec/baseline of real and CPU time for the pair "<label>/Codec",
+    // "<label>/Baseline"; 1 when both ran, else 0.
+    int PrintRatios(const std::string& label) const;
+
+private:
+    struct Times {
+        double realNs;
+        double cpuNs;
+    };
+    std::map<std::string, Times> m_times;
+};
+
+#endif
