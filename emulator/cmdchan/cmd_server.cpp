@@ -11,13 +11,16 @@
 
 namespace cmdchan {
 
-class Server {
-public:
+struct Server::State {
     ServerOptions opts;
     std::unique_ptr<Store> store;
     CommandContext ctx{};
     std::unique_ptr<FrameServer> frames;  // last: stops serving before the state it uses goes
 };
+
+Server::Server(std::unique_ptr<State> state) : state_(std::move(state)) {}
+
+Server::~Server() = default;
 
 namespace {
 
@@ -52,7 +55,7 @@ bool FaultApplies(const FaultOptions& faults, uint32_t cmd) {
 }
 
 // Answers one request: faults first, then the command itself. False leaves it unanswered.
-bool Answer(Server* server, const cmdframe::Request& request, cmdframe::Reply* reply) {
+bool Answer(Server::State* server, const cmdframe::Request& request, cmdframe::Reply* reply) {
     const FaultOptions& faults = server->opts.faults;
     bool applies = FaultApplies(faults, request.cmd);
     if (applies && faults.noReply) {
@@ -130,7 +133,7 @@ const char* OptionsHelp() {
 std::unique_ptr<Server> StartServer(const ServerOptions& opts, std::string* error) {
     std::string ignored;
     std::string* why = error != nullptr ? error : &ignored;
-    std::unique_ptr<Server> server(new Server);
+    std::unique_ptr<Server::State> server(new Server::State);
     server->opts = opts;
     if (!PrepareResultDir(opts.resultDir, why)) {
         return nullptr;
@@ -141,14 +144,14 @@ std::unique_ptr<Server> StartServer(const ServerOptions& opts, std::string* erro
     }
     server->ctx.store = server->store.get();
     server->ctx.resultDir = opts.resultDir;
-    Server* raw = server.get();
+    Server::State* raw = server.get();
     server->frames = FrameServer::Start(
         opts.socketPath, [raw](const cmdframe::Request& rq, cmdframe::Reply* rp) { return Answer(raw, rq, rp); },
         why);
     if (!server->frames) {
         return nullptr;
     }
-    return server;
+    return std::unique_ptr<Server>(new Server(std::move(server)));
 }
 
 void StopServer(std::unique_ptr<Server> server) { server.reset(); }

@@ -31,8 +31,19 @@ struct ServerOptions {
 bool ParseOption(const std::string& name, const std::string& value, ServerOptions* opts);
 const char* OptionsHelp();
 
-// Opaque outside the server's own file: a server is ended only through StopServer.
-class Server;
+// A running server. Its state is private to the server's own file; destroying it (or StopServer)
+// stops serving and closes the database.
+class Server {
+public:
+    struct State;
+    explicit Server(std::unique_ptr<State> state);
+    ~Server();
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+private:
+    std::unique_ptr<State> state_;
+};
 // Opens the database (creating and seeding it on first start), binds the socket and serves on its
 // own thread. Null with *error set when any of that fails.
 std::unique_ptr<Server> StartServer(const ServerOptions& opts, std::string* error);

@@ -1,0 +1,181 @@
+// The emulator's command server over its SQLite file, driven through the module's handlers.
+#include <gtest/gtest.h>
+#include <json-c/json.h>
+#include <string.h>
+
+#include "cmd_server.h"
+#include "cmd_test_util.h"
+#include "log_capture.h"
+#include "vks_multi_task_records.h"
+#include "app/parse_model/multi_task/vksapi_multi_task_module.h"
+
+namespace {
+
+class EmulatorTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        opts.socketPath = dir.File("cmd.sock");
+        opts.dbPath = dir.File("state.db");
+        opts.resultDir = results.Path();
+        Start();
+    }
+    void TearDown() override { cmdchan::StopServer(std::move(server)); }
+    void Start() {
+        std::string error;
+        server = cmdchan::StartServer(opts, &error);
+        ASSERT_TRUE(server) << error;
+    }
+    void Restart() {
+        cmdchan::StopServer(std::move(server));
+        Start();
+    }
+    // Runs a history query; the parsed body, or null when the query failed (result in *result).
+    json_object* Query(const std::string& query, int* result = nullptr) {
+        cmdtest::Request rq("/api/MultiTaskAppHistoryRecords?" + query, opts.socketPath);
+        int r = RunGetMultiTaskAppHistoryRecords(&rq.header, &rq.client, &rq.ctIn);
+        if (result != nullptr) {
+            *result = r;
+        }
+        return r == 0 ? json_tokener_parse(static_cast<char*>(rq.ctIn.runOut)) : nullptr;
+    }
+    static int64_t Int(json_object* obj, const char* key) {
+        json_object* v = nullptr;
+        return json_object_object_get_ex(obj, key, &v) ? json_object_get_int64(v) : -1;
+    }
+
+    cmdtest::TempDir dir;
+    cmdtest::TempDir results;
+    cmdchan::ServerOptions opts;
+    std::unique_ptr<cmdchan::Server> server;
+    vks_test::LogCapture log;
+};
+
+TEST_F(EmulatorTest, QueryPagesThroughTheSeededRecordsAndLeavesNoFile) {
+    const char* range = "EndTime=2024-05-01T23:59:59&DatabaseType=0";
+    json_object* first = Query(std::string("StartIndex=0&FindNum=5&") + range);
+    ASSERT_NE(nullptr, first);
+    EXPECT_EQ(24, Int(first, "TotalNum"));
+    EXPECT_EQ(5, Int(first, "ReturnNum"));
+    json_object* records = nullptr;
+    ASSERT_TRUE(json_object_object_get_ex(first, "Records", &records));
+    EXPECT_STREQ("2024-05-01T08:00:00",
+                 json_object_get_string(json_object_object_get(json_object_array_get_idx(records, 0), "SnapTime")));
+    json_object* last = Query(std::string("StartIndex=20&FindNum=10&") + range);
+    ASSERT_NE(nullptr, last);
+    EXPECT_EQ(4, Int(last, "ReturnNum"));
+    EXPECT_EQ(20, Int(last, "StartIndex"));
+    json_object* channel = Query(std::string("StartIndex=0&FindNum=100&ChannelId=102&DatabaseType=2&") +
+                                 "EndTime=2024-05-01T23:59:59");
+    ASSERT_NE(nullptr, channel);
+    EXPECT_EQ(4, Int(channel, "TotalNum"));  // channel 102 and database type 2: records 6, 12, 18, 24
+    json_object_put(first);
+    json_object_put(last);
+    json_object_put(channel);
+    EXPECT_TRUE(results.Entries().empty());
+}
+
+TEST_F(EmulatorTest, DeletingARangeRemovesExactlyThoseRecordsForGood) {
+    cmdtest::Request rq("/api/MultiTaskAppHistoryRecords?StartTime=2024-05-01T08:00:00&EndTime=2024-05-01T09:59:59",
+                        opts.socketPath);
+    ASSERT_EQ(0, ParseDeleteMultiTaskAppHistoryRecords(&rq.header, &rq.content, &rq.ctIn));
+    ASSERT_EQ(0, RunDeleteMultiTaskAppHistoryRecords(&rq.header, &rq.client, &rq.ctIn));
+    Restart();  // neither the deletion nor the first seeding is undone by a restart
+    json_object* after = Query("StartIndex=0&FindNum=1&EndTime=2024-05-01T23:59:59&DatabaseType=0");
+    ASSERT_NE(nullptr, after);
+    EXPECT_EQ(20, Int(after, "TotalNum"));
+    json_object_put(after);
+    cmdtest::Request all("/api/MultiTaskAppHistoryRecords", opts.socketPath);
+    ASSERT_EQ(0, ParseDeleteMultiTaskAppHistoryRecords(&all.header, &all.content, &all.ctIn));
+    ASSERT_EQ(0, RunDeleteMultiTaskAppHistoryRecords(&all.header, &all.client, &all.ctIn));
+    json_object* none = Query("StartIndex=0&FindNum=1&EndTime=2024-05-01T23:59:59&DatabaseType=0");
+    ASSERT_NE(nullptr, none);
+    EXPECT_EQ(0, Int(none, "TotalNum"));
+    json_object_put(none);
+    EXPECT_TRUE(results.Entries().empty());
+}
+
+TEST_F(EmulatorTest, SettingsSurviveARestartPerChannel) {
+    {
+        cmdtest::Request rq("/api/MultiTaskAppHistory", opts.socketPath);
+        rq.SetBody("{\"enableRecord\": 0}");
+        ASSERT_EQ(0, PreProcPutMultiTaskAppHistory(&rq.header, rq.client.synSock, &rq.ctIn));
+        ASSERT_EQ(0, ParsePutMultiTaskAppHistory(&rq.header, &rq.content, &rq.ctIn));
+        ASSERT_EQ(0, RunPutMultiTaskAppHistory(&rq.header, &rq.client, &rq.ctIn));
+        cmdtest::Request di("/api/MultiTaskAppDisplayRecogInfos", opts.socketPath);
+        di.SetBody("{\"city\": 0}");
+        ASSERT_EQ(0, PreProcPutMultiTaskAppDisplayRecogInfos(&di.header, di.client.synSock, &di.ctIn));
+        ASSERT_EQ(0, ParsePutMultiTaskAppDisplayRecogInfos(&di.header, &di.content, &di.ctIn));
+        ASSERT_EQ(0, RunPutMultiTaskAppDisplayRecogInfos(&di.header, &di.client, &di.ctIn));
+    }
+    Restart();
+    cmdtest::Request rq("/api/MultiTaskAppHistory?ChannelId=101", opts.socketPath);
+    ASSERT_EQ(0, RunGetMultiTaskAppHistory(&rq.header, &rq.client, &rq.ctIn));
+    const HistoryRecordSwitch* sw = static_cast<const HistoryRecordSwitch*>(rq.ctIn.runOut);
+    EXPECT_EQ(101u, sw->channelId);
+    EXPECT_EQ(ENABLE_TYPE_OFF, sw->enableRecord);
+    cmdtest::Request other("/api/MultiTaskAppHistory?ChannelId=102", opts.socketPath);
+    ASSERT_EQ(0, RunGetMultiTaskAppHistory(&other.header, &other.client, &other.ctIn));
+    EXPECT_EQ(ENABLE_TYPE_ON, static_cast<const HistoryRecordSwitch*>(other.ctIn.runOut)->enableRecord);
+    cmdtest::Request di("/api/MultiTaskAppDisplayRecogInfos", opts.socketPath);
+    ASSERT_EQ(0, RunGetMultiTaskAppDisplayRecogInfos(&di.header, &di.client, &di.ctIn));
+    const auto* flags = static_cast<const VW_FACE_RECOGNITION_DL_METADATA_FILTER_PARA*>(di.ctIn.runOut);
+    EXPECT_EQ(ENABLE_TYPE_OFF, flags->city);
+    EXPECT_EQ(ENABLE_TYPE_ON, flags->province);
+}
+
+TEST_F(EmulatorTest, InvalidTimesAreRefusedWithFour) {
+    int result = 0;
+    EXPECT_EQ(nullptr, Query("StartIndex=0&FindNum=1&EndTime=yesterday&DatabaseType=0", &result));
+    EXPECT_EQ(4, result);
+    EXPECT_TRUE(log.Has(3, "[ZKAPI]:RestSendSynUnixMsg Result[4] is not match 0"));
+}
+
+struct FaultCase {
+    const char* name;
+    const char* option;
+    const char* value;
+    int expected;
+    const char* line;
+};
+
+TEST_F(EmulatorTest, ConfiguredFaultsReachTheModule) {
+    const FaultCase cases[] = {
+        {"result", "--cmd-fault-result", "7", 7, "[ZKAPI]:RestSendSynUnixMsg Result[7] is not match 0"},
+        {"bad path", "cmd-fault-bad-path", "", 1, "[ZKAPI]:get face list path failed!"},
+        {"shrinking file", "cmd-fault-shrink", "1", 1, "[ZKAPI]:GetFileContent Fail!"},
+        {"no reply", "cmd-fault-no-reply", "true", 1, "[ZKAPI]:Send SynUnixMsg for Getting cmd[7032] failed"},
+    };
+    for (const FaultCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        opts.faults = cmdchan::FaultOptions();
+        ASSERT_TRUE(cmdchan::ParseOption("cmd-fault-command", "7032", &opts));
+        ASSERT_TRUE(cmdchan::ParseOption(c.option, c.value, &opts));
+        Restart();
+        log.Clear();
+        cmdtest::Request rq("/api/MultiTaskAppHistoryRecords?StartIndex=0&FindNum=3&EndTime=2024-05-01T23:59:59"
+                            "&DatabaseType=0",
+                            opts.socketPath, 300);
+        EXPECT_EQ(c.expected, RunGetMultiTaskAppHistoryRecords(&rq.header, &rq.client, &rq.ctIn));
+        EXPECT_TRUE(log.Has(3, c.line));
+        // Faults of one command leave the others alone.
+        cmdtest::Request sw("/api/MultiTaskAppHistory?ChannelId=5", opts.socketPath, 300);
+        EXPECT_EQ(0, RunGetMultiTaskAppHistory(&sw.header, &sw.client, &sw.ctIn));
+    }
+    EXPECT_EQ(1u, results.Entries().size()) << "the shrunk file stays for inspection";
+}
+
+TEST_F(EmulatorTest, OptionsAreCheckedAndForeignOnesLeftAlone) {
+    cmdchan::ServerOptions o;
+    EXPECT_TRUE(cmdchan::ParseOption("--cmd-socket", "/tmp/x.sock", &o));
+    EXPECT_EQ("/tmp/x.sock", o.socketPath);
+    EXPECT_FALSE(cmdchan::ParseOption("cmd-fault-result", "5x", &o));
+    EXPECT_FALSE(cmdchan::ParseOption("cmd-fault-shrink", "maybe", &o));
+    EXPECT_FALSE(cmdchan::ParseOption("srvfs-mount", "/mnt/srvfs", &o));
+    EXPECT_NE(nullptr, strstr(cmdchan::OptionsHelp(), "--cmd-fault-no-reply"));
+    o.resultDir = "/tmp/" + std::string(120, 'd');
+    std::string error;
+    EXPECT_EQ(nullptr, cmdchan::StartServer(o, &error));
+    EXPECT_NE(std::string::npos, error.find("result directory"));
+}
+
+}  // namespace
