@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <event2/buffer.h>
+#include <event2/bufferevent.h>
 #include <event2/event.h>
 #include <event2/http.h>
 #include <event2/thread.h>
@@ -10,6 +11,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <new>
 
@@ -30,18 +32,22 @@ constexpr const char kApiPrefix[] = "/api/";
 
 void SubmitJob(RequestCtx* ctx, Stage stage);
 
-void DestroyRequest(RequestCtx* ctx) {
-    if (ctx->reply != nullptr) {
-        event_free(ctx->reply);
+void FreeEvent(struct event** e) {
+    if (*e != nullptr) {
+        event_free(*e);
+        *e = nullptr;
     }
+}
+
+void DestroyRequest(RequestCtx* ctx) {
+    FreeEvent(&ctx->reply);
+    FreeEvent(&ctx->clientWatch);
     CancelRegistration(&ctx->phases);
     FreeSlots(&ctx->phases.ctIn);
     if (ctx->phases.client.pRecvMsg != nullptr) {
         dxmp_message_put(ctx->phases.client.pRecvMsg);
     }
-    if (ctx->done != nullptr) {
-        event_free(ctx->done);
-    }
+    FreeEvent(&ctx->done);
     UnixSocketClose(ctx->phases.client.synSock);
     ctx->server->live.erase(ctx);
     delete ctx;
@@ -79,8 +85,8 @@ void PhaseJob(void* arg) {
 void OnReplyReady(evutil_socket_t fd, short what, void* arg) {
     auto* ctx = static_cast<RequestCtx*>(arg);
     PhaseRequest* p = &ctx->phases;
-    event_free(ctx->reply);
-    ctx->reply = nullptr;
+    FreeEvent(&ctx->reply);
+    FreeEvent(&ctx->clientWatch);  // from here a departure shows when the answer is written
     dxmp_message* msg = nullptr;
     if ((what & EV_READ) != 0) {
         msg = dxmp_message_new(0);
@@ -103,6 +109,27 @@ void OnReplyReady(evutil_socket_t fd, short what, void* arg) {
     SubmitJob(ctx, Stage::kRecv);
 }
 
+// Loop thread: evhttp does not read a connection whose request is being handled, so a client that
+// leaves while its reply is awaited is noticed here. Freeing the connection runs OnClientGone.
+void OnClientReadable(evutil_socket_t fd, short, void* arg) {
+    auto* ctx = static_cast<RequestCtx*>(arg);
+    char byte = 0;
+    ssize_t n = recv(fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+    if (n == 0 || (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK)) {
+        evhttp_connection_free(evhttp_request_get_connection(ctx->req));
+    }
+    // More data from a live client (a pipelined request) waits for the answer; the watch ends.
+}
+
+void WatchClient(RequestCtx* ctx) {
+    struct evhttp_connection* conn = evhttp_request_get_connection(ctx->req);
+    evutil_socket_t fd = bufferevent_getfd(evhttp_connection_get_bufferevent(conn));
+    ctx->clientWatch = event_new(ctx->server->base, fd, EV_READ, &OnClientReadable, ctx);
+    if (ctx->clientWatch != nullptr && event_add(ctx->clientWatch, nullptr) != 0) {
+        FreeEvent(&ctx->clientWatch);
+    }
+}
+
 void ArmReply(RequestCtx* ctx) {
     const PhaseRequest& p = ctx->phases;
     int ms = ctx->server->options.replyTimeoutMs;
@@ -110,14 +137,13 @@ void ArmReply(RequestCtx* ctx) {
     ctx->reply = event_new(ctx->server->base, p.asyncFd, EV_READ, &OnReplyReady, ctx);
     if (ctx->reply == nullptr || event_add(ctx->reply, &timeout) != 0) {
         HOST_LOG(3, "cannot wait for fd %d", p.asyncFd);
-        if (ctx->reply != nullptr) {
-            event_free(ctx->reply);
-            ctx->reply = nullptr;
-        }
+        FreeEvent(&ctx->reply);
         CancelRegistration(&ctx->phases);
         ctx->phases.result = VW_FAILED;
         SubmitJob(ctx, Stage::kFormatOnly);
+        return;
     }
+    WatchClient(ctx);
 }
 
 // Loop thread: a worker finished a job.

@@ -1,0 +1,62 @@
+#include "daemons.h"
+
+#include <signal.h>
+
+#include <cstdlib>
+
+namespace vks_test {
+namespace {
+
+constexpr int kStartTimeoutMs = 20000;  // generous: the sanitizer build starts slowly
+
+bool WaitReady(ChildProcess* child, const std::string& needle, std::string* line, std::string* err) {
+    if (child->WaitForLine(needle, kStartTimeoutMs, line)) {
+        return true;
+    }
+    *err = "no \"" + needle + "\" line; output:\n" + child->Output();
+    child->Stop(SIGKILL, 5000);
+    return false;
+}
+
+}  // namespace
+
+std::string BinaryPath(const std::string& name) {
+    return std::string(VKS_BIN_DIR) + "/" + name;
+}
+
+std::string LibraryPath(const std::string& name) {
+    return std::string(VKS_LIB_DIR) + "/" + name;
+}
+
+bool StartAccessServer(ChildProcess* server, const std::string& modulePath,
+                       const std::vector<std::string>& extraArgs, const std::string& outputPath,
+                       uint16_t* port, std::string* err) {
+    std::vector<std::string> argv = {BinaryPath("vks_access_server"), "--module", modulePath, "--listen",
+                                     "127.0.0.1:0"};
+    argv.insert(argv.end(), extraArgs.begin(), extraArgs.end());
+    std::string line;
+    if (!server->Start(argv, outputPath, err) ||
+        !WaitReady(server, "vks_access_server: listening on http://127.0.0.1:", &line, err)) {
+        return false;
+    }
+    *port = static_cast<uint16_t>(atoi(line.c_str() + line.rfind(':') + 1));
+    return true;
+}
+
+bool StartEmulator(ChildProcess* emulator, const EmulatorFiles& files,
+                   const std::vector<std::string>& extraArgs, std::string* err) {
+    std::vector<std::string> argv = {BinaryPath("vks_emulator"),
+                                     "--mount",
+                                     "/mnt/srvfs",
+                                     "--db",
+                                     files.db,
+                                     "--cmd-socket",
+                                     files.cmdSocket,
+                                     "--result-dir",
+                                     files.resultDir};
+    argv.insert(argv.end(), extraArgs.begin(), extraArgs.end());
+    return emulator->Start(argv, files.output, err) &&
+           WaitReady(emulator, "vks_emulator: ready", nullptr, err);
+}
+
+}  // namespace vks_test
