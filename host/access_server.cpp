@@ -55,7 +55,7 @@ void DestroyRequest(RequestCtx* ctx) {
 
 void SendAnswer(RequestCtx* ctx) {
     const PhaseRequest& p = ctx->phases;
-    HttpStatus status = StatusForResult(EffectiveResult(p), p.replyTimedOut);
+    HttpStatus status = StatusForResult(EffectiveResult(p), p.parseFailed, p.replyTimedOut);
     evhttp_connection_set_closecb(evhttp_request_get_connection(ctx->req), nullptr, nullptr);
     SendJson(ctx->req, status.code, status.reason, p.body.text);
     ctx->req = nullptr;

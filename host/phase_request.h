@@ -22,6 +22,7 @@ struct PhaseRequest {
     tagHTTP_BUF_S output;
     VW_RESULT_TYPE result;  // of the last phase that ran; what Format receives
     VW_RESULT_TYPE formatReturn;
+    bool parseFailed;  // the failing phase was Parse: the client's request could not be decoded
     bool replyTimedOut;
     // Registration made by the Run phase through AddDxmpAsynEvent; -1 / null when none.
     int asyncFd;

@@ -21,6 +21,7 @@ void InitPhaseRequest(PhaseRequest* r, const HandlerSet* handlers, size_t bodyLi
     BindBodyBuffer(&r->output, &r->body);
     r->result = VW_SUCCESS;
     r->formatReturn = VW_SUCCESS;
+    r->parseFailed = false;
     r->replyTimedOut = false;
     r->asyncFd = -1;
     r->asyncRequest = nullptr;
@@ -35,6 +36,7 @@ void RunFrontPhases(PhaseRequest* r) {
     }
     if (r->result == VW_SUCCESS && h.parse != nullptr) {
         r->result = h.parse(&r->header, &r->input, &r->ctIn);
+        r->parseFailed = r->result != VW_SUCCESS;
     }
     if (r->result == VW_SUCCESS && h.run != nullptr) {
         r->result = h.run(&r->header, &r->client, &r->ctIn);

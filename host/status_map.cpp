@@ -2,9 +2,14 @@
 
 namespace vks_host {
 
-HttpStatus StatusForResult(VW_RESULT_TYPE result, bool replyTimedOut) {
+HttpStatus StatusForResult(VW_RESULT_TYPE result, bool parseFailed, bool replyTimedOut) {
     if (replyTimedOut) {
         return {504, "Gateway Timeout"};
+    }
+    // Parse only decodes the client's body or query: whatever code it chose, the request was bad,
+    // unless memory ran out.
+    if (parseFailed && result != VW_MEMORY_ERROR) {
+        return {400, "Bad Request"};
     }
     switch (result) {
         case VW_SUCCESS:

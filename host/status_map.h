@@ -12,8 +12,9 @@ struct HttpStatus {
 };
 
 // result is the request's outcome as the phase runner settled it (EffectiveResult in phases.h);
-// replyTimedOut marks an asynchronous reply that never came.
-HttpStatus StatusForResult(VW_RESULT_TYPE result, bool replyTimedOut);
+// parseFailed says that the Parse phase produced it; replyTimedOut marks an asynchronous reply that
+// never came.
+HttpStatus StatusForResult(VW_RESULT_TYPE result, bool parseFailed, bool replyTimedOut);
 
 }  // namespace vks_host
 

@@ -3,7 +3,7 @@
 // Parse, Run, Format), behaves as the request's query tells it, and writes into its response body
 // what the server did: the phases called in order, the result Format received and the header fields.
 //
-// Query keys: fail=PreProc|Parse (that phase fails with 7 or 4); result=N (Run returns N);
+// Query keys: fail=PreProc (PreProc fails with 7); parse=N (Parse returns N); result=N (Run returns N);
 // peer=PATH (Run sends a DXMP request to the unix socket PATH and hands the descriptor to the
 // server); after=cancel|keep (Run then fails, cancelling the registration or not);
 // format=none (Format writes nothing and returns -1); big=N (Format first appends N bytes of 'x').
@@ -152,7 +152,7 @@ FAKE_EXPORT VW_RESULT_TYPE ParsePutMultiTaskAppHistory(tagHTTP_HEADER_S* header,
     free(ctIn->preProcOut);
     ctIn->preProcOut = nullptr;
     ctIn->parseOut = strdup(content->pContent);
-    return QueryValue(header, "fail") == "Parse" ? 4 : 0;
+    return atoi(QueryValue(header, "parse").c_str());
 }
 
 FAKE_EXPORT VW_RESULT_TYPE RunPutMultiTaskAppHistory(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,

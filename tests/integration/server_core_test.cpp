@@ -143,8 +143,9 @@ TEST_F(ServerCore, AFailingPhaseStopsTheChainAndFormatGetsItsResult) {
         int status;
     };
     const Case cases[] = {
-        {"?fail=PreProc", "PreProc,Format", 7, 502},
-        {"?fail=Parse", "PreProc,Parse,Format", 4, 400},
+        {"?fail=PreProc", "PreProc,Format", 7, 502},         {"?parse=4", "PreProc,Parse,Format", 4, 400},
+        {"?parse=-1", "PreProc,Parse,Format", -1, 400},  // any failure to decode is the client's
+        {"?parse=18", "PreProc,Parse,Format", 18, 500},  // except running out of memory
         {"?result=12", "PreProc,Parse,Run,Format", 12, 502},
     };
     for (const Case& c : cases) {
