@@ -126,6 +126,10 @@ void LogOutputOpLog(const VW_OPLOG_LINE_S* line) {
     LogTextRelease(&text);
 }
 
-void VW_SetLogLevel(int minLevel) { ConfiguredState().minLevel = minLevel; }
+void VW_SetLogLevel(int minLevel) {
+    ConfiguredState().minLevel = minLevel;
+}
 
-int VW_SetOpLogFile(const char* path) { return SetOpLogPath(ConfiguredState(), path); }
+int VW_SetOpLogFile(const char* path) {
+    return SetOpLogPath(ConfiguredState(), path);
+}

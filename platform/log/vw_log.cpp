@@ -4,9 +4,7 @@
 
 #include <stdarg.h>
 
-#include <mutex>
-#include <shared_mutex>
-
+#include "guarded_hooks.h"
 #include "log_output.h"
 #include "log_text.h"
 
@@ -15,58 +13,45 @@ int g_enDebugFlag = 0;
 namespace {
 
 struct LogSinks {
-    std::shared_mutex mutex;  // callbacks run under the shared side, replacement under the exclusive side
-    VW_LogSinkFn debug = nullptr;
-    VW_OpLogSinkFn opLog = nullptr;
-    void* ctx = nullptr;
+    VW_LogSinkFn debug;
+    VW_OpLogSinkFn opLog;
+    void* ctx;
 };
 
-// Never destroyed: static destructors of other libraries may still write lines at exit.
-LogSinks& Sinks() {
-    static LogSinks* sinks = new LogSinks;
-    return *sinks;
-}
+using Sinks = GuardedHooks<LogSinks>;
 
 void DeliverDebug(const VW_LOG_LINE_S* line) {
-    LogSinks& sinks = Sinks();
-    std::shared_lock<std::shared_mutex> lock(sinks.mutex);
-    if (sinks.debug != nullptr) {
-        sinks.debug(line, sinks.ctx);
-    }
+    Sinks::Instance().With([line](const LogSinks& sinks) {
+        if (sinks.debug != nullptr) {
+            sinks.debug(line, sinks.ctx);
+        }
+    });
 }
 
 void DeliverOpLog(const VW_OPLOG_LINE_S* line) {
-    LogSinks& sinks = Sinks();
-    std::shared_lock<std::shared_mutex> lock(sinks.mutex);
-    if (sinks.opLog != nullptr) {
-        sinks.opLog(line, sinks.ctx);
-    }
+    Sinks::Instance().With([line](const LogSinks& sinks) {
+        if (sinks.opLog != nullptr) {
+            sinks.opLog(line, sinks.ctx);
+        }
+    });
 }
 
 bool HasDebugSink() {
-    LogSinks& sinks = Sinks();
-    std::shared_lock<std::shared_mutex> lock(sinks.mutex);
-    return sinks.debug != nullptr;
+    return Sinks::Instance().With([](const LogSinks& sinks) { return sinks.debug != nullptr; });
 }
 
 bool HasOpLogSink() {
-    LogSinks& sinks = Sinks();
-    std::shared_lock<std::shared_mutex> lock(sinks.mutex);
-    return sinks.opLog != nullptr;
+    return Sinks::Instance().With([](const LogSinks& sinks) { return sinks.opLog != nullptr; });
 }
 
 }  // namespace
 
 void VW_SetLogSink(VW_LogSinkFn debugSink, VW_OpLogSinkFn opSink, void* ctx) {
-    LogSinks& sinks = Sinks();
-    std::unique_lock<std::shared_mutex> lock(sinks.mutex);
-    sinks.debug = debugSink;
-    sinks.opLog = opSink;
-    sinks.ctx = ctx;
+    Sinks::Instance().Set(LogSinks{debugSink, opSink, ctx});
 }
 
-void VW_WriteLog(int module, int level, int debugFlag, int reserved, const char* file, int line, const char* fmt,
-                 ...) {
+void VW_WriteLog(int module, int level, int debugFlag, int reserved, const char* file, int line,
+                 const char* fmt, ...) {
     (void)reserved;
     const bool toStderr = LogOutputWantsDebug(level, debugFlag);
     if (!toStderr && !HasDebugSink()) {

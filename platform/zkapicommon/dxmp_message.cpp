@@ -27,7 +27,9 @@ uint8_t* CopyValue(const void* value, uint16_t length) {
     return copy;
 }
 
-bool FitsFrame(uint64_t frameLength) { return frameLength <= DXMP_MAX_FRAME_LEN; }
+bool FitsFrame(uint64_t frameLength) {
+    return frameLength <= DXMP_MAX_FRAME_LEN;
+}
 
 int GrowContent(DxmpPayload* payload, uint32_t needed) {
     if (needed <= payload->contentCap) {

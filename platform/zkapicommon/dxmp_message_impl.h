@@ -39,7 +39,9 @@ static_assert(offsetof(DxmpMessageImpl, pub) == 0, "the public part must be the 
 static_assert(sizeof(DxmpItem) == 16, "DxmpItem layout");
 static_assert(offsetof(DxmpItem, value) == 8, "DxmpItem value");
 
-inline DxmpMessageImpl* DxmpImpl(dxmp_message* msg) { return reinterpret_cast<DxmpMessageImpl*>(msg); }
+inline DxmpMessageImpl* DxmpImpl(dxmp_message* msg) {
+    return reinterpret_cast<DxmpMessageImpl*>(msg);
+}
 
 // Frees every block of the payload and leaves it empty.
 void DxmpPayloadFree(DxmpPayload* payload);
@@ -47,10 +49,12 @@ void DxmpPayloadFree(DxmpPayload* payload);
 uint64_t DxmpPayloadFrameLength(const DxmpPayload* payload);
 
 // Little-endian fields of the wire format.
-inline uint16_t DxmpGetLe16(const uint8_t* p) { return static_cast<uint16_t>(p[0] | (p[1] << 8)); }
+inline uint16_t DxmpGetLe16(const uint8_t* p) {
+    return static_cast<uint16_t>(p[0] | (p[1] << 8));
+}
 inline uint32_t DxmpGetLe32(const uint8_t* p) {
-    return static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) | (static_cast<uint32_t>(p[2]) << 16) |
-           (static_cast<uint32_t>(p[3]) << 24);
+    return static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) |
+           (static_cast<uint32_t>(p[2]) << 16) | (static_cast<uint32_t>(p[3]) << 24);
 }
 inline void DxmpPutLe16(uint8_t* p, uint16_t v) {
     p[0] = static_cast<uint8_t>(v);

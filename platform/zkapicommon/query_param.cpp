@@ -49,14 +49,15 @@ int FindValue(const tagHTTP_HEADER_S* header, const std::string& key, std::strin
     if (header == nullptr || key.empty()) {
         return -1;
     }
+    // The fragment ends the URL first: a '?' inside it starts no query.
     const char* url = header->szReqUrl;
     const char* end = url + strnlen(url, sizeof(header->szReqUrl));
+    const char* fragment = static_cast<const char*>(memchr(url, '#', static_cast<size_t>(end - url)));
+    end = fragment != nullptr ? fragment : end;
     const char* query = static_cast<const char*>(memchr(url, '?', static_cast<size_t>(end - url)));
     if (query == nullptr) {
         return -1;
     }
-    const char* fragment = static_cast<const char*>(memchr(query, '#', static_cast<size_t>(end - query)));
-    end = fragment != nullptr ? fragment : end;
     std::string name;
     for (const char* pair = query + 1; pair < end;) {
         const char* next = static_cast<const char*>(memchr(pair, '&', static_cast<size_t>(end - pair)));
@@ -94,7 +95,9 @@ int ParseDecimal(const char* text, unsigned long long max, unsigned long long* o
     return 0;
 }
 
-int ParseNumber(const std::string& text, unsigned long long* out) { return ParseDecimal(text.c_str(), ULLONG_MAX, out); }
+int ParseNumber(const std::string& text, unsigned long long* out) {
+    return ParseDecimal(text.c_str(), ULLONG_MAX, out);
+}
 
 int ParseNumber(const std::string& text, unsigned int* out) {
     unsigned long long parsed = 0;
@@ -132,7 +135,8 @@ int GetURIQueryParamByKey(tagHTTP_HEADER_S* header, const std::string& key, T* v
 
 template int GetURIQueryParamByKey<int>(tagHTTP_HEADER_S*, const std::string&, int*);
 template int GetURIQueryParamByKey<unsigned int>(tagHTTP_HEADER_S*, const std::string&, unsigned int*);
-template int GetURIQueryParamByKey<unsigned long long>(tagHTTP_HEADER_S*, const std::string&, unsigned long long*);
+template int GetURIQueryParamByKey<unsigned long long>(tagHTTP_HEADER_S*, const std::string&,
+                                                       unsigned long long*);
 
 int GetURIQueryParamByKey(tagHTTP_HEADER_S* header, const std::string& key, char* value, unsigned int size) {
     std::string text;
