@@ -36,9 +36,9 @@ uint64_t LeadingChannel(const std::vector<unsigned char>& payload) {
 // 22025 and 7037: a read names the channel in the body's first 8 bytes, a write stores the record
 // under the channel it carries.
 int32_t HandleSetting(Store* store, const cmdframe::Request& request, cmdframe::Reply* reply) {
-    size_t recordLen =
-        request.cmd == VW_CMD_HISTORY_SWITCH ? sizeof(HistoryRecordSwitch)
-                                             : sizeof(VW_FACE_RECOGNITION_DL_METADATA_FILTER_PARA);
+    size_t recordLen = request.cmd == VW_CMD_HISTORY_SWITCH
+                           ? sizeof(HistoryRecordSwitch)
+                           : sizeof(VW_FACE_RECOGNITION_DL_METADATA_FILTER_PARA);
     if (request.op == cmdframe::kOpGet && request.payload.size() >= sizeof(uint64_t)) {
         uint64_t channelId = LeadingChannel(request.payload);
         int found = store->GetSetting(static_cast<int>(request.cmd), channelId, &reply->payload);
@@ -48,8 +48,8 @@ int32_t HandleSetting(Store* store, const cmdframe::Request& request, cmdframe::
         return found < 0 ? VW_FAILED : VW_SUCCESS;
     }
     if (request.op == cmdframe::kOpSet && request.payload.size() == recordLen) {
-        bool stored =
-            store->PutSetting(static_cast<int>(request.cmd), LeadingChannel(request.payload), request.payload);
+        bool stored = store->PutSetting(static_cast<int>(request.cmd), LeadingChannel(request.payload),
+                                        request.payload);
         return stored ? VW_SUCCESS : VW_FAILED;
     }
     return VW_PARAM_ERROR;
@@ -71,13 +71,16 @@ bool ValidTime(const char* text) {
 }
 
 // A text field of a request record, cut at its end when the sender left it unterminated.
-std::string FieldText(const char* field, size_t size) { return std::string(field, strnlen(field, size)); }
+std::string FieldText(const char* field, size_t size) {
+    return std::string(field, strnlen(field, size));
+}
 
 int32_t RunQuery(CommandContext* ctx, const HistoryRecordQueryPara& para, std::string* path) {
     HistoryFilter filter;
     filter.startTime = FieldText(para.StartTime, sizeof(para.StartTime));
     filter.endTime = FieldText(para.EndTime, sizeof(para.EndTime));
-    if ((!filter.startTime.empty() && !ValidTime(filter.startTime.c_str())) || !ValidTime(filter.endTime.c_str())) {
+    if ((!filter.startTime.empty() && !ValidTime(filter.startTime.c_str())) ||
+        !ValidTime(filter.endTime.c_str())) {
         return VW_PARAM_ERROR;
     }
     filter.channelId = para.ChannelId;

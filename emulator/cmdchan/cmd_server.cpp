@@ -95,7 +95,9 @@ bool PrepareResultDir(const std::string& dir, std::string* error) {
 bool ParseOption(const std::string& rawName, const std::string& value, ServerOptions* opts) {
     std::string name = rawName.compare(0, 2, "--") == 0 ? rawName.substr(2) : rawName;
     if (name == "cmd-socket" || name == "db" || name == "result-dir") {
-        std::string& field = name == "cmd-socket" ? opts->socketPath : name == "db" ? opts->dbPath : opts->resultDir;
+        std::string& field = name == "cmd-socket" ? opts->socketPath
+                             : name == "db"       ? opts->dbPath
+                                                  : opts->resultDir;
         field = value;
         return !value.empty();
     }
@@ -120,7 +122,8 @@ bool ParseOption(const std::string& rawName, const std::string& value, ServerOpt
 
 const char* OptionsHelp() {
     return "Command channel:\n"
-           "  --cmd-socket=PATH        unix socket to serve (default " VW_CMD_SOCKET_DEFAULT ")\n"
+           "  --cmd-socket=PATH        unix socket to serve (default " VW_CMD_SOCKET_DEFAULT
+           ")\n"
            "  --db=PATH                SQLite state file (tables cmd_*; seeded with demo records once)\n"
            "  --result-dir=DIR         where history-query result files are written\n"
            "  --cmd-fault-command=N    apply the faults below to command N only (default: every command)\n"
@@ -146,14 +149,16 @@ std::unique_ptr<Server> StartServer(const ServerOptions& opts, std::string* erro
     server->ctx.resultDir = opts.resultDir;
     Server::State* raw = server.get();
     server->frames = FrameServer::Start(
-        opts.socketPath, [raw](const cmdframe::Request& rq, cmdframe::Reply* rp) { return Answer(raw, rq, rp); },
-        why);
+        opts.socketPath,
+        [raw](const cmdframe::Request& rq, cmdframe::Reply* rp) { return Answer(raw, rq, rp); }, why);
     if (!server->frames) {
         return nullptr;
     }
     return std::unique_ptr<Server>(new Server(std::move(server)));
 }
 
-void StopServer(std::unique_ptr<Server> server) { server.reset(); }
+void StopServer(std::unique_ptr<Server> server) {
+    server.reset();
+}
 
 }  // namespace cmdchan

@@ -12,16 +12,16 @@ namespace cmdchan {
 
 // Faults make the server misbehave on purpose so that clients can be tried against them.
 struct FaultOptions {
-    int command = 0;         // the command the faults apply to; 0 = every command
-    int result = 0;          // non-zero: answer with this result and change nothing
-    bool noReply = false;    // read the request and never answer (the connection stays open)
-    bool badPath = false;    // 7032: name a result file that does not exist
-    bool shrinkFile = false; // 7032: cut the result file in half when it is opened the second time
+    int command = 0;          // the command the faults apply to; 0 = every command
+    int result = 0;           // non-zero: answer with this result and change nothing
+    bool noReply = false;     // read the request and never answer (the connection stays open)
+    bool badPath = false;     // 7032: name a result file that does not exist
+    bool shrinkFile = false;  // 7032: cut the result file in half when it is opened the second time
 };
 
 struct ServerOptions {
     std::string socketPath = VW_CMD_SOCKET_DEFAULT;
-    std::string dbPath = "/tmp/vks-emulator.db";       // SQLite file shared with the analysis service (own tables)
+    std::string dbPath = "/tmp/vks-emulator.db";  // SQLite file shared with the analysis service (own tables)
     std::string resultDir = "/tmp/vks-history-results";  // where history-query result files are written
     FaultOptions faults;
 };

@@ -17,9 +17,9 @@ const char kSchema[] =
     "CREATE TABLE IF NOT EXISTS cmd_meta (key TEXT PRIMARY KEY, value TEXT NOT NULL);";
 
 // The filter of both the page and the total: parameters 1 to 7 in the order of HistoryFilter.
-#define CMD_HISTORY_WHERE                                                                      \
-    " WHERE snap_time >= ?1 AND snap_time <= ?2 AND (?3 = 0 OR channel_id = ?3)"               \
-    " AND (?4 = 0 OR database_type = ?4) AND (?5 = 0 OR first_attri = ?5)"                     \
+#define CMD_HISTORY_WHERE                                                        \
+    " WHERE snap_time >= ?1 AND snap_time <= ?2 AND (?3 = 0 OR channel_id = ?3)" \
+    " AND (?4 = 0 OR database_type = ?4) AND (?5 = 0 OR first_attri = ?5)"       \
     " AND (?6 = 0 OR second_attri = ?6) AND (?7 = 0 OR lib_id = ?7)"
 
 const int kDemoRecords = 24;
@@ -74,9 +74,13 @@ std::unique_ptr<Store> Store::Open(const std::string& path, std::string* error) 
     return store;
 }
 
-Store::~Store() { sqlite3_close(db_); }
+Store::~Store() {
+    sqlite3_close(db_);
+}
 
-bool Store::Exec(const char* sql) { return sqlite3_exec(db_, sql, nullptr, nullptr, nullptr) == SQLITE_OK; }
+bool Store::Exec(const char* sql) {
+    return sqlite3_exec(db_, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+}
 
 sqlite3_stmt* Store::Prepare(const char* sql) {
     sqlite3_stmt* stmt = nullptr;
@@ -151,12 +155,13 @@ bool Store::PutSetting(int cmd, uint64_t channelId, const std::vector<unsigned c
     return sqlite3_step(stmt.get()) == SQLITE_DONE;
 }
 
-bool Store::Query(const HistoryFilter& filter, uint32_t startIndex, uint32_t count, std::vector<HistoryRow>* rows,
-                  long long* total) {
+bool Store::Query(const HistoryFilter& filter, uint32_t startIndex, uint32_t count,
+                  std::vector<HistoryRow>* rows, long long* total) {
     Stmt counter(Prepare("SELECT COUNT(*) FROM cmd_history_records" CMD_HISTORY_WHERE));
     Stmt page(Prepare(
         "SELECT id, snap_time, channel_id, database_type, first_attri, second_attri, lib_id, person_name,"
-        " match_rate FROM cmd_history_records" CMD_HISTORY_WHERE " ORDER BY snap_time, id LIMIT ?8 OFFSET ?9"));
+        " match_rate FROM cmd_history_records" CMD_HISTORY_WHERE
+        " ORDER BY snap_time, id LIMIT ?8 OFFSET ?9"));
     if (!counter || !page) {
         return false;
     }

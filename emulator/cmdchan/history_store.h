@@ -51,8 +51,8 @@ public:
 
     // Records matching the filter, oldest first, from startIndex on, at most count; total counts all
     // that match. False on a database error.
-    bool Query(const HistoryFilter& filter, uint32_t startIndex, uint32_t count, std::vector<HistoryRow>* rows,
-               long long* total);
+    bool Query(const HistoryFilter& filter, uint32_t startIndex, uint32_t count,
+               std::vector<HistoryRow>* rows, long long* total);
     // Deletes the records in [startTime, endTime], or every record when all is set; -1 on error.
     long long Delete(const std::string& startTime, const std::string& endTime, bool all);
 

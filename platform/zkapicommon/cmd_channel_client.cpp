@@ -83,7 +83,8 @@ cmdframe::IoStatus SendOnce(tagUNIX_SOCKET_S* sock, const cmdframe::Request& req
 
 // Sends the request and reads its reply within the handle's time-out. Any failure drops the
 // connection: after a partial frame the stream can no longer be trusted.
-cmdframe::IoStatus Exchange(tagUNIX_SOCKET_S* sock, const cmdframe::Request& request, cmdframe::Reply* reply) {
+cmdframe::IoStatus Exchange(tagUNIX_SOCKET_S* sock, const cmdframe::Request& request,
+                            cmdframe::Reply* reply) {
     std::lock_guard<std::mutex> lock(sock->mutex);
     int64_t deadlineMs = cmdframe::DeadlineAfter(sock->timeoutMs);
     if (sock->fd >= 0 && PeerGone(sock->fd)) {
@@ -107,7 +108,8 @@ cmdframe::IoStatus Exchange(tagUNIX_SOCKET_S* sock, const cmdframe::Request& req
     return st;
 }
 
-cmdframe::Request MakeRequest(cmdframe::Op op, uint16_t msgType, VW_CMD_TYPE cmd, const void* data, size_t len) {
+cmdframe::Request MakeRequest(cmdframe::Op op, uint16_t msgType, VW_CMD_TYPE cmd, const void* data,
+                              size_t len) {
     cmdframe::Request request;
     request.op = op;
     request.msgType = msgType;
@@ -146,7 +148,8 @@ VW_RESULT_TYPE GetCommon(tagHTTP_HEADER_S* /*header*/, tagUNIX_SOCKET_S* sock, V
         return VW_INVALID_PARAM;
     }
     cmdframe::Reply reply;
-    if (Exchange(sock, MakeRequest(cmdframe::kOpGet, 0, cmd, body, sizeof(*body)), &reply) != cmdframe::kIoOk) {
+    if (Exchange(sock, MakeRequest(cmdframe::kOpGet, 0, cmd, body, sizeof(*body)), &reply) !=
+        cmdframe::kIoOk) {
         return VW_FAILED;
     }
     if (reply.result != 0) {
@@ -165,8 +168,9 @@ VW_RESULT_TYPE GetCommon(tagHTTP_HEADER_S* /*header*/, tagUNIX_SOCKET_S* sock, V
     return VW_SUCCESS;
 }
 
-VW_RESULT_TYPE SetCommon(tagHTTP_HEADER_S* /*header*/, void* data, unsigned int length, tagUNIX_SOCKET_S* sock,
-                         VW_CMD_TYPE cmd, unsigned long long /*reserved*/, char const* /*tag*/) {
+VW_RESULT_TYPE SetCommon(tagHTTP_HEADER_S* /*header*/, void* data, unsigned int length,
+                         tagUNIX_SOCKET_S* sock, VW_CMD_TYPE cmd, unsigned long long /*reserved*/,
+                         char const* /*tag*/) {
     if (sock == nullptr || (data == nullptr && length != 0) || length > cmdframe::kMaxRequestPayload) {
         return VW_INVALID_PARAM;
     }

@@ -20,7 +20,9 @@ void PutU32(unsigned char* p, uint32_t v) {
     }
 }
 
-uint16_t GetU16(const unsigned char* p) { return static_cast<uint16_t>(p[0] | (p[1] << 8)); }
+uint16_t GetU16(const unsigned char* p) {
+    return static_cast<uint16_t>(p[0] | (p[1] << 8));
+}
 
 uint32_t GetU32(const unsigned char* p) {
     uint32_t v = 0;
@@ -119,7 +121,9 @@ int64_t NowMs() {
     return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
 }
 
-int64_t DeadlineAfter(int timeoutMs) { return NowMs() + (timeoutMs > 0 ? timeoutMs : 0); }
+int64_t DeadlineAfter(int timeoutMs) {
+    return NowMs() + (timeoutMs > 0 ? timeoutMs : 0);
+}
 
 IoStatus WriteAll(int fd, const void* data, size_t len, int64_t deadlineMs) {
     const unsigned char* p = static_cast<const unsigned char*>(data);

@@ -53,7 +53,8 @@ std::vector<unsigned char> ReadN(int fd, size_t n) {
 }
 
 void WriteRaw(int fd, const std::vector<unsigned char>& bytes) {
-    EXPECT_EQ(cmdframe::kIoOk, cmdframe::WriteAll(fd, bytes.data(), bytes.size(), cmdframe::DeadlineAfter(2000)));
+    EXPECT_EQ(cmdframe::kIoOk,
+              cmdframe::WriteAll(fd, bytes.data(), bytes.size(), cmdframe::DeadlineAfter(2000)));
 }
 
 // A reply header as a peer would write it, little-endian.
@@ -94,7 +95,8 @@ TEST_F(ClientTest, GetCommonSendsFramedBodyAndKeepsTheRecordReadBack) {
     ASSERT_EQ(0, GetCommon(nullptr, sock, VW_CMD_HISTORY_SWITCH, &cmd, &out, 0, "/tmp/A"));
     UnixSocketClose(sock);
     // magic "VKC1", op 1, message type 0, command 22025 (0x5609), length 21208 (0x52D8)
-    const std::vector<unsigned char> expected = {'V', 'K', 'C', '1', 1, 0, 0, 0, 0x09, 0x56, 0, 0, 0xD8, 0x52, 0, 0};
+    const std::vector<unsigned char> expected = {'V',  'K',  'C', '1', 1,    0,    0, 0,
+                                                 0x09, 0x56, 0,   0,   0xD8, 0x52, 0, 0};
     EXPECT_EQ(expected, header);
     EXPECT_EQ(0, memcmp(body.data(), cmd.data, VW_CMD_BODY_LEN));
     ASSERT_NE(nullptr, out);
@@ -126,10 +128,13 @@ TEST_F(ClientTest, SetCommonAndMessageCarryTheirOperationAndLength) {
     EXPECT_EQ(0, SetCommon(nullptr, &record, sizeof(record), sock, VW_CMD_HISTORY_SWITCH, 0, "/tmp/A"));
     vwCmdBody body{};
     MSG_DATA reply{};
-    EXPECT_EQ(0, RestSendSynUnixMsg("/tmp/A", VW_MSG_REQUEST, VW_CMD_GET_HISTORY_RECORDS, &body, sock, &reply, 0));
+    EXPECT_EQ(
+        0, RestSendSynUnixMsg("/tmp/A", VW_MSG_REQUEST, VW_CMD_GET_HISTORY_RECORDS, &body, sock, &reply, 0));
     UnixSocketClose(sock);
-    const std::vector<unsigned char> expectSet = {'V', 'K', 'C', '1', 2, 0, 0, 0, 0x09, 0x56, 0, 0, 16, 0, 0, 0};
-    const std::vector<unsigned char> expectMsg = {'V', 'K', 'C', '1', 3, 0, 0, 0, 0x78, 0x1B, 0, 0, 0xD8, 0x52, 0, 0};
+    const std::vector<unsigned char> expectSet = {'V',  'K',  'C', '1', 2,  0, 0, 0,
+                                                  0x09, 0x56, 0,   0,   16, 0, 0, 0};
+    const std::vector<unsigned char> expectMsg = {'V',  'K',  'C', '1', 3,    0,    0, 0,
+                                                  0x78, 0x1B, 0,   0,   0xD8, 0x52, 0, 0};
     EXPECT_EQ(expectSet, setHeader);
     EXPECT_EQ(expectMsg, msgHeader);
     EXPECT_EQ(0, memcmp(&reply, &sent, sizeof(sent)));
@@ -186,7 +191,8 @@ TEST_F(ClientTest, OversizeMessageReplyIsRefused) {
     tagUNIX_SOCKET_S* sock = UnixSocketOpen(path.c_str(), 2000);
     vwCmdBody body{};
     MSG_DATA reply{};
-    EXPECT_EQ(-1, RestSendSynUnixMsg("/tmp/A", VW_MSG_REQUEST, VW_CMD_GET_HISTORY_RECORDS, &body, sock, &reply, 0));
+    EXPECT_EQ(
+        -1, RestSendSynUnixMsg("/tmp/A", VW_MSG_REQUEST, VW_CMD_GET_HISTORY_RECORDS, &body, sock, &reply, 0));
     EXPECT_EQ(0, reply.szPath[0]);
     UnixSocketClose(sock);
 }

@@ -58,8 +58,8 @@ TEST_F(EmulatorTest, QueryPagesThroughTheSeededRecordsAndLeavesNoFile) {
     EXPECT_EQ(5, Int(first, "ReturnNum"));
     json_object* records = nullptr;
     ASSERT_TRUE(json_object_object_get_ex(first, "Records", &records));
-    EXPECT_STREQ("2024-05-01T08:00:00",
-                 json_object_get_string(json_object_object_get(json_object_array_get_idx(records, 0), "SnapTime")));
+    EXPECT_STREQ("2024-05-01T08:00:00", json_object_get_string(json_object_object_get(
+                                            json_object_array_get_idx(records, 0), "SnapTime")));
     json_object* last = Query(std::string("StartIndex=20&FindNum=10&") + range);
     ASSERT_NE(nullptr, last);
     EXPECT_EQ(4, Int(last, "ReturnNum"));
@@ -75,8 +75,9 @@ TEST_F(EmulatorTest, QueryPagesThroughTheSeededRecordsAndLeavesNoFile) {
 }
 
 TEST_F(EmulatorTest, DeletingARangeRemovesExactlyThoseRecordsForGood) {
-    cmdtest::Request rq("/api/MultiTaskAppHistoryRecords?StartTime=2024-05-01T08:00:00&EndTime=2024-05-01T09:59:59",
-                        opts.socketPath);
+    cmdtest::Request rq(
+        "/api/MultiTaskAppHistoryRecords?StartTime=2024-05-01T08:00:00&EndTime=2024-05-01T09:59:59",
+        opts.socketPath);
     ASSERT_EQ(0, ParseDeleteMultiTaskAppHistoryRecords(&rq.header, &rq.content, &rq.ctIn));
     ASSERT_EQ(0, RunDeleteMultiTaskAppHistoryRecords(&rq.header, &rq.client, &rq.ctIn));
     Restart();  // neither the deletion nor the first seeding is undone by a restart
@@ -152,9 +153,10 @@ TEST_F(EmulatorTest, ConfiguredFaultsReachTheModule) {
         ASSERT_TRUE(cmdchan::ParseOption(c.option, c.value, &opts));
         Restart();
         log.Clear();
-        cmdtest::Request rq("/api/MultiTaskAppHistoryRecords?StartIndex=0&FindNum=3&EndTime=2024-05-01T23:59:59"
-                            "&DatabaseType=0",
-                            opts.socketPath, 300);
+        cmdtest::Request rq(
+            "/api/MultiTaskAppHistoryRecords?StartIndex=0&FindNum=3&EndTime=2024-05-01T23:59:59"
+            "&DatabaseType=0",
+            opts.socketPath, 300);
         EXPECT_EQ(c.expected, RunGetMultiTaskAppHistoryRecords(&rq.header, &rq.client, &rq.ctIn));
         EXPECT_TRUE(log.Has(3, c.line));
         // Faults of one command leave the others alone.

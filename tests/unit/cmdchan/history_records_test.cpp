@@ -13,9 +13,10 @@
 
 namespace {
 
-const char kFull[] = "/api/MultiTaskAppHistoryRecords?StartIndex=2&FindNum=5&EndTime=2024-05-01T12:00:00"
-                     "&DatabaseType=1&ChannelId=101&StartTime=2024-05-01T08:00:00&FirstAttri=3&SecondAttri=4"
-                     "&LibId=9";
+const char kFull[] =
+    "/api/MultiTaskAppHistoryRecords?StartIndex=2&FindNum=5&EndTime=2024-05-01T12:00:00"
+    "&DatabaseType=1&ChannelId=101&StartTime=2024-05-01T08:00:00&FirstAttri=3&SecondAttri=4"
+    "&LibId=9";
 
 class HistoryTest : public ::testing::Test {
 protected:
@@ -28,7 +29,9 @@ protected:
             return true;
         });
     }
-    int Run(cmdtest::Request* rq) { return RunGetMultiTaskAppHistoryRecords(&rq->header, &rq->client, &rq->ctIn); }
+    int Run(cmdtest::Request* rq) {
+        return RunGetMultiTaskAppHistoryRecords(&rq->header, &rq->client, &rq->ctIn);
+    }
     HistoryRecordQueryPara Sent() const {
         HistoryRecordQueryPara para;
         memcpy(&para, peer.Requests().at(0).payload.data(), sizeof(para));
@@ -85,19 +88,23 @@ TEST_F(HistoryTest, QueryRecordCarriesEveryParameterAtItsOffset) {
     EXPECT_STREQ("{\"Records\":[]}", static_cast<char*>(rq.ctIn.runOut));
     EXPECT_FALSE(cmdtest::FileExists(replyPath));
     ASSERT_EQ(2u, log.OpLog().size());
-    EXPECT_EQ("admin[10.0.0.7:51234] Get History Record Successfully. StartIndex: 2, FindNum 5, StartTime: "
-              "2024-05-01T08:00:00, EndTime: 2024-05-01T12:00:00, ChannleId: 101, DataBaseType: 1, FirstAttriType: 3, "
-              "SecondAttriType: 4, LibId: 9",
-              log.OpLog()[0].english);
-    EXPECT_EQ("admin[10.0.0.7:51234] 获取历史记录成功. 起始索引: 2, 查询数量: 5, 开始时间：2024-05-01T08:00:00, "
-              "结束时间: 2024-05-01T12:00:00, 所属设备: 101, 数据库类型: 1, 一级属性: 3, 二级属性: 4, 人脸库ID: 9",
-              log.OpLog()[0].chinese);
+    EXPECT_EQ(
+        "admin[10.0.0.7:51234] Get History Record Successfully. StartIndex: 2, FindNum 5, StartTime: "
+        "2024-05-01T08:00:00, EndTime: 2024-05-01T12:00:00, ChannleId: 101, DataBaseType: 1, FirstAttriType: "
+        "3, "
+        "SecondAttriType: 4, LibId: 9",
+        log.OpLog()[0].english);
+    EXPECT_EQ(
+        "admin[10.0.0.7:51234] 获取历史记录成功. 起始索引: 2, 查询数量: 5, 开始时间：2024-05-01T08:00:00, "
+        "结束时间: 2024-05-01T12:00:00, 所属设备: 101, 数据库类型: 1, 一级属性: 3, 二级属性: 4, 人脸库ID: 9",
+        log.OpLog()[0].chinese);
 }
 
 TEST_F(HistoryTest, OptionalParametersMissingStayZeroWithOneLineEach) {
     replyPath = dir.File("empty.json");
     cmdtest::WriteFile(replyPath, "");
-    cmdtest::Request rq("/api/MultiTaskAppHistoryRecords?StartIndex=0&FindNum=1&EndTime=e&DatabaseType=2", sock);
+    cmdtest::Request rq("/api/MultiTaskAppHistoryRecords?StartIndex=0&FindNum=1&EndTime=e&DatabaseType=2",
+                        sock);
     ASSERT_EQ(0, Run(&rq));
     HistoryRecordQueryPara p = Sent();
     EXPECT_STREQ("", p.StartTime);
@@ -163,7 +170,8 @@ TEST_F(HistoryTest, FailuresGiveTheirResultAndTheFailPair) {
         EXPECT_TRUE(log.Has(3, c.line));
         EXPECT_EQ(nullptr, rq.ctIn.runOut);
         ASSERT_EQ(2u, log.OpLog().size());
-        EXPECT_EQ(0u, log.OpLog()[0].english.find("admin[10.0.0.7:51234] Get History Record fail. StartIndex: 2"));
+        EXPECT_EQ(
+            0u, log.OpLog()[0].english.find("admin[10.0.0.7:51234] Get History Record fail. StartIndex: 2"));
         EXPECT_EQ(0u, log.OpLog()[1].chinese.find("admin[10.0.0.7:51234] 获取历史记录失败. 起始索引: 2"));
     }
 }
@@ -237,13 +245,15 @@ TEST_F(DeleteTest, BothTimesDeleteThatRangeAsSent) {
     EXPECT_STREQ("a b", p.endTime);
     EXPECT_EQ(0, FormatDeleteMultiTaskAppHistoryRecords(&rq.header, 0, &rq.ctIn, &rq.out));
     ASSERT_EQ(2u, log.OpLog().size());
-    EXPECT_EQ("admin[10.0.0.7:51234] Delete History Record Successfully. DeleteType: 3, StartTime: "
-              "2024-05-01T08:00:00, EndTime: a b",
-              log.OpLog()[0].english);
+    EXPECT_EQ(
+        "admin[10.0.0.7:51234] Delete History Record Successfully. DeleteType: 3, StartTime: "
+        "2024-05-01T08:00:00, EndTime: a b",
+        log.OpLog()[0].english);
 }
 
 TEST_F(DeleteTest, EitherTimeMissingDeletesWithoutRange) {
-    const char* urls[] = {"/api/MultiTaskAppHistoryRecords?EndTime=2024", "/api/MultiTaskAppHistoryRecords?StartTime=2024",
+    const char* urls[] = {"/api/MultiTaskAppHistoryRecords?EndTime=2024",
+                          "/api/MultiTaskAppHistoryRecords?StartTime=2024",
                           "/api/MultiTaskAppHistoryRecords"};
     for (const char* url : urls) {
         SCOPED_TRACE(url);
@@ -253,12 +263,14 @@ TEST_F(DeleteTest, EitherTimeMissingDeletesWithoutRange) {
         EXPECT_EQ(4, p.deleteType);
         EXPECT_EQ(std::string(32, '\0'), std::string(p.startTime, 32));
         EXPECT_EQ(std::string(32, '\0'), std::string(p.endTime, 32));
-        EXPECT_EQ(1u, log.Find("[ZKAPI]:ParseDeleteMultiTaskAppHistoryRecords, Query param get failed").size());
+        EXPECT_EQ(1u,
+                  log.Find("[ZKAPI]:ParseDeleteMultiTaskAppHistoryRecords, Query param get failed").size());
         EXPECT_EQ(0, FormatDeleteMultiTaskAppHistoryRecords(&rq.header, 2, &rq.ctIn, &rq.out));
         ASSERT_EQ(2u, log.OpLog().size());
         EXPECT_EQ("admin[10.0.0.7:51234] Delete History Record fail. DeleteType: 4, StartTime: , EndTime: ",
                   log.OpLog()[0].english);
-        EXPECT_EQ("admin[10.0.0.7:51234] 删除历史记录失败. 删除类型: 4, 开始时间: , 结束时间: ", log.OpLog()[0].chinese);
+        EXPECT_EQ("admin[10.0.0.7:51234] 删除历史记录失败. 删除类型: 4, 开始时间: , 结束时间: ",
+                  log.OpLog()[0].chinese);
     }
 }
 

@@ -99,9 +99,12 @@ TEST_F(SettingsTest, HistoryGetNamesTheChannelAndFormatsTheRecord) {
     EXPECT_LT(rq.body.find("channelId"), rq.body.find("enableRecord"));
     json_object_put(body);
     ASSERT_EQ(2u, log.OpLog().size());
-    EXPECT_EQ("admin[10.0.0.7:51234] Get History Record Switch Params Successfully. ChannelID: 101, Record Enable: 0",
-              log.OpLog()[0].english);
-    EXPECT_EQ("admin[10.0.0.7:51234] 获取历史记录存储开关参数成功. 通道ID: 101, 存储使能: 0", log.OpLog()[1].chinese);
+    EXPECT_EQ(
+        "admin[10.0.0.7:51234] Get History Record Switch Params Successfully. ChannelID: 101, Record Enable: "
+        "0",
+        log.OpLog()[0].english);
+    EXPECT_EQ("admin[10.0.0.7:51234] 获取历史记录存储开关参数成功. 通道ID: 101, 存储使能: 0",
+              log.OpLog()[1].chinese);
     EXPECT_EQ(2, log.OpLog()[0].dest);
     EXPECT_EQ(1, log.OpLog()[1].dest);
 }
@@ -115,12 +118,9 @@ struct PutCase {
 
 TEST_F(SettingsTest, HistoryPutMergesTheBodyIntoTheRecordReadBack) {
     const PutCase cases[] = {
-        {"{\"enableRecord\": true}", 0, 1, true},
-        {"{}", 0, 0, true},
-        {"{\"enableRecord\": null}", 0, 0, true},
-        {"{\"enableRecord\": 1.9}", 0, 1, true},
-        {"{\"channelId\": \"5\"}", 4, -1, false},
-        {"not json", 4, -1, false},
+        {"{\"enableRecord\": true}", 0, 1, true}, {"{}", 0, 0, true},
+        {"{\"enableRecord\": null}", 0, 0, true}, {"{\"enableRecord\": 1.9}", 0, 1, true},
+        {"{\"channelId\": \"5\"}", 4, -1, false}, {"not json", 4, -1, false},
     };
     for (const PutCase& c : cases) {
         SCOPED_TRACE(c.body);
@@ -147,7 +147,8 @@ TEST_F(SettingsTest, HistoryPutFailureIsLoggedWithTheValuesSent) {
     ASSERT_EQ(2u, log.OpLog().size());
     EXPECT_EQ("admin[10.0.0.7:51234] Put History Record Switch Params fail. ChannelID: 101, Record Enable: 1",
               log.OpLog()[0].english);
-    EXPECT_EQ("admin[10.0.0.7:51234] 设置历史记录存储开关参数失败. 通道ID: 101, 存储使能: 1", log.OpLog()[0].chinese);
+    EXPECT_EQ("admin[10.0.0.7:51234] 设置历史记录存储开关参数失败. 通道ID: 101, 存储使能: 1",
+              log.OpLog()[0].chinese);
     EXPECT_TRUE(log.Has(1, "[ZKAPI]:FormatPutMultiTaskAppHistory"));
 }
 
@@ -197,15 +198,18 @@ TEST_F(SettingsTest, DisplayGetFailurePairNamesTheHistorySwitch) {
     ASSERT_EQ(0, RunGetMultiTaskAppDisplayRecogInfos(&rq.header, &rq.client, &rq.ctIn));
     EXPECT_EQ(0, FormatGetMultiTaskAppDisplayRecogInfos(&rq.header, 3, &rq.ctIn, &rq.out));
     ASSERT_EQ(2u, log.OpLog().size());
-    EXPECT_EQ("admin[10.0.0.7:51234] Get History Record Switch Params fail. ChannelID: 101, MatchRate Enable: 1, "
-              "SnapTime Enable: 0, DeviceName Enable: 0, FaceLibName Enable: 0, Name Enable: 1, CardID Enable: 0, "
-              "Gender Enable: 0, Province Enable: 0, City Enable: 0, CardType Enable: 0, Birthday Enable: 0, "
-              "BlackMatchPic Enable: 0, WhiteMatchPic Enable: 7",
-              log.OpLog()[0].english);
-    EXPECT_EQ("admin[10.0.0.7:51234] 获取多机互助界面人脸识别属性展示项参数失败. 镜头ID: 101, 匹配率: 1, 抓拍时间: 0, "
-              "所属设备: 0, 库名称: 0, 姓名: 1, 证件号: 0, 性别: 0, 省份: 0, 城市: 0, 证件类型: 0, 生日: 0, "
-              "黑名单比对图: 0, 白名单比对图: 7",
-              log.OpLog()[0].chinese);
+    EXPECT_EQ(
+        "admin[10.0.0.7:51234] Get History Record Switch Params fail. ChannelID: 101, MatchRate Enable: 1, "
+        "SnapTime Enable: 0, DeviceName Enable: 0, FaceLibName Enable: 0, Name Enable: 1, CardID Enable: 0, "
+        "Gender Enable: 0, Province Enable: 0, City Enable: 0, CardType Enable: 0, Birthday Enable: 0, "
+        "BlackMatchPic Enable: 0, WhiteMatchPic Enable: 7",
+        log.OpLog()[0].english);
+    EXPECT_EQ(
+        "admin[10.0.0.7:51234] 获取多机互助界面人脸识别属性展示项参数失败. 镜头ID: 101, 匹配率: 1, 抓拍时间: "
+        "0, "
+        "所属设备: 0, 库名称: 0, 姓名: 1, 证件号: 0, 性别: 0, 省份: 0, 城市: 0, 证件类型: 0, 生日: 0, "
+        "黑名单比对图: 0, 白名单比对图: 7",
+        log.OpLog()[0].chinese);
     EXPECT_EQ(std::string::npos, rq.body.find("channelId"));
     EXPECT_LT(rq.body.find("\"matchRate\""), rq.body.find("\"whiteMatchPic\""));
 }
@@ -220,11 +224,13 @@ TEST_F(SettingsTest, FormatWithoutItsSlotReturnsOneWithoutOperationLog) {
     EXPECT_TRUE(log.OpLog().empty());
     EXPECT_TRUE(rq.body.empty());
     char line[256];
-    snprintf(line, sizeof(line), "[LogMultiTaskAppRest]:Invalid param, header[%p] buf[%p] ctIn[%p] parseout[%p]",
-             static_cast<void*>(&rq.header), static_cast<void*>(&rq.out), static_cast<void*>(&rq.ctIn), nullptr);
+    snprintf(
+        line, sizeof(line), "[LogMultiTaskAppRest]:Invalid param, header[%p] buf[%p] ctIn[%p] parseout[%p]",
+        static_cast<void*>(&rq.header), static_cast<void*>(&rq.out), static_cast<void*>(&rq.ctIn), nullptr);
     EXPECT_TRUE(log.Has(3, line));
-    snprintf(line, sizeof(line), "[LogMultiTaskAppRest]:Invalid param, header[%p] buf[%p] ctIn[%p] runOut[%p]",
-             static_cast<void*>(&rq.header), static_cast<void*>(&rq.out), static_cast<void*>(&rq.ctIn), nullptr);
+    snprintf(
+        line, sizeof(line), "[LogMultiTaskAppRest]:Invalid param, header[%p] buf[%p] ctIn[%p] runOut[%p]",
+        static_cast<void*>(&rq.header), static_cast<void*>(&rq.out), static_cast<void*>(&rq.ctIn), nullptr);
     EXPECT_TRUE(log.Has(3, line));
 }
 

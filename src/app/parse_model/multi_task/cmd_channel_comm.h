@@ -87,8 +87,8 @@ inline bool InvalidFormatGetArgs(const void* header, const tagHTTP_CNTENT_INTER_
 inline void ClearRecord(void* record, rsize_t len) {
     errno_t ret = memset_s(record, len, 0, len);
     if (ret != 0) {
-        ZKAPI_LOG(VKS_SRC_MULTI_TASK, VKS_LOG_ERROR, "[ZKAPI]:[%s] expect Ret %d, actual Ret %d.", "memset_s", 0,
-                  static_cast<int>(ret));
+        ZKAPI_LOG(VKS_SRC_MULTI_TASK, VKS_LOG_ERROR, "[ZKAPI]:[%s] expect Ret %d, actual Ret %d.", "memset_s",
+                  0, static_cast<int>(ret));
     }
 }
 

@@ -8,11 +8,12 @@
 
 namespace {
 
-#define VKS_DISPLAY_VALUES_EN                                                                            \
-    "ChannelID: %llu, MatchRate Enable: %u, SnapTime Enable: %u, DeviceName Enable: %u, FaceLibName Enable: " \
-    "%u, Name Enable: %u, CardID Enable: %u, Gender Enable: %u, Province Enable: %u, City Enable: %u, "       \
+#define VKS_DISPLAY_VALUES_EN                                                                           \
+    "ChannelID: %llu, MatchRate Enable: %u, SnapTime Enable: %u, DeviceName Enable: %u, FaceLibName "   \
+    "Enable: "                                                                                          \
+    "%u, Name Enable: %u, CardID Enable: %u, Gender Enable: %u, Province Enable: %u, City Enable: %u, " \
     "CardType Enable: %u, Birthday Enable: %u, BlackMatchPic Enable: %u, WhiteMatchPic Enable: %u"
-#define VKS_DISPLAY_VALUES_CN                                                                            \
+#define VKS_DISPLAY_VALUES_CN                                                                                                   \
     "镜头ID: %llu, 匹配率: %u, 抓拍时间: %u, 所属设备: %u, 库名称: %u, 姓名: %u, 证件号: %u, 性别: %u, " \
     "省份: %u, 城市: %u, 证件类型: %u, 生日: %u, 黑名单比对图: %u, 白名单比对图: %u"
 
@@ -30,15 +31,18 @@ const vks_cmd::OpLogTexts kPutTexts[2] = {
      "%s[%s:%llu] 设置多机互助界面人脸识别属性展示项参数失败. " VKS_DISPLAY_VALUES_CN},
 };
 
-unsigned int Flag(ENABLE_TYPE flag) { return static_cast<unsigned int>(flag); }
+unsigned int Flag(ENABLE_TYPE flag) {
+    return static_cast<unsigned int>(flag);
+}
 
 void LogDisplayInfos(const tagHTTP_HEADER_S* header, const vks_cmd::OpLogTexts& texts,
                      const VW_FACE_RECOGNITION_DL_METADATA_FILTER_PARA* r) {
     VKS_OPLOG(texts.english, texts.chinese, header->szUserName, header->szClientIp,
-              static_cast<unsigned long long>(header->clientPort), static_cast<unsigned long long>(r->channelId),
-              Flag(r->matchRate), Flag(r->snapTime), Flag(r->deviceName), Flag(r->faceLibName), Flag(r->name),
-              Flag(r->cardId), Flag(r->gender), Flag(r->province), Flag(r->city), Flag(r->cardType),
-              Flag(r->birthday), Flag(r->blackMatchPic), Flag(r->whiteMatchPic));
+              static_cast<unsigned long long>(header->clientPort),
+              static_cast<unsigned long long>(r->channelId), Flag(r->matchRate), Flag(r->snapTime),
+              Flag(r->deviceName), Flag(r->faceLibName), Flag(r->name), Flag(r->cardId), Flag(r->gender),
+              Flag(r->province), Flag(r->city), Flag(r->cardType), Flag(r->birthday), Flag(r->blackMatchPic),
+              Flag(r->whiteMatchPic));
 }
 
 }  // namespace
@@ -47,17 +51,19 @@ VW_RESULT_TYPE RunGetMultiTaskAppDisplayRecogInfos(tagHTTP_HEADER_S* header, tag
                                                    tagHTTP_CNTENT_INTER_S* ctIn) {
     // This handler alone reports its arguments in the host's form and with the host's switch.
     if (header == nullptr || client == nullptr || ctIn == nullptr) {
-        ZKAPI_LOG(VKS_SRC_MULTI_TASK, VKS_LOG_ERROR, "[ZKAPI]:Invalid param, pstHeader[%p] pstClient[%p] pstCtIn[%p]",
+        ZKAPI_LOG(VKS_SRC_MULTI_TASK, VKS_LOG_ERROR,
+                  "[ZKAPI]:Invalid param, pstHeader[%p] pstClient[%p] pstCtIn[%p]",
                   static_cast<void*>(header), static_cast<void*>(client), static_cast<void*>(ctIn));
         return VW_INVALID_PARAM;
     }
-    return vks_cmd::GetChannelRecord(header, client->synSock, VW_CMD_DISPLAY_RECOG_INFOS, VKS_CMD_DEFAULT_CHANNEL,
-                                     &ctIn->runOut);
+    return vks_cmd::GetChannelRecord(header, client->synSock, VW_CMD_DISPLAY_RECOG_INFOS,
+                                     VKS_CMD_DEFAULT_CHANNEL, &ctIn->runOut);
 }
 
 VW_RESULT_TYPE FormatGetMultiTaskAppDisplayRecogInfos(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
                                                       tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf) {
-    if (vks_cmd::InvalidFormatGetArgs(header, ctIn, buf, "[%s]:Invalid param, header[%p] buf[%p] ctIn[%p] runOut[%p]")) {
+    if (vks_cmd::InvalidFormatGetArgs(header, ctIn, buf,
+                                      "[%s]:Invalid param, header[%p] buf[%p] ctIn[%p] runOut[%p]")) {
         return VW_INVALID_PARAM;
     }
     LogDisplayInfos(header, vks_cmd::PickTexts(kGetTexts, result),
@@ -89,8 +95,8 @@ VW_RESULT_TYPE RunPutMultiTaskAppDisplayRecogInfos(tagHTTP_HEADER_S* header, tag
         return VW_INVALID_PARAM;
     }
     ZKAPI_LOG(VKS_SRC_MULTI_TASK, VKS_LOG_TRACE, "[ZKAPI]:RunPutMultiTaskAppDisplayRecogInfos");
-    return SetCommon(header, ctIn->parseOut, sizeof(VW_FACE_RECOGNITION_DL_METADATA_FILTER_PARA), client->synSock,
-                     VW_CMD_DISPLAY_RECOG_INFOS, VKS_CMD_RESERVED, VKS_CMD_TAG);
+    return SetCommon(header, ctIn->parseOut, sizeof(VW_FACE_RECOGNITION_DL_METADATA_FILTER_PARA),
+                     client->synSock, VW_CMD_DISPLAY_RECOG_INFOS, VKS_CMD_RESERVED, VKS_CMD_TAG);
 }
 
 VW_RESULT_TYPE FormatPutMultiTaskAppDisplayRecogInfos(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,

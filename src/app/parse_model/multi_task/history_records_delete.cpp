@@ -56,8 +56,8 @@ VW_RESULT_TYPE RunDeleteMultiTaskAppHistoryRecords(tagHTTP_HEADER_S* header, tag
         return VW_INVALID_PARAM;
     }
     ZKAPI_LOG(VKS_SRC_MULTI_TASK, VKS_LOG_TRACE, "[ZKAPI]:RunDeleteMultiTaskAppHistoryRecords");
-    return SetCommon(header, ctIn->parseOut, sizeof(vwCmdBody), client->synSock, VW_CMD_DELETE_HISTORY_RECORDS,
-                     VKS_CMD_RESERVED, VKS_CMD_TAG);
+    return SetCommon(header, ctIn->parseOut, sizeof(vwCmdBody), client->synSock,
+                     VW_CMD_DELETE_HISTORY_RECORDS, VKS_CMD_RESERVED, VKS_CMD_TAG);
 }
 
 VW_RESULT_TYPE FormatDeleteMultiTaskAppHistoryRecords(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
@@ -78,6 +78,7 @@ VW_RESULT_TYPE FormatDeleteMultiTaskAppHistoryRecords(tagHTTP_HEADER_S* header, 
     para.endTime[sizeof(para.endTime) - 1] = '\0';
     const vks_cmd::OpLogTexts& texts = vks_cmd::PickTexts(kTexts, result);
     VKS_OPLOG(texts.english, texts.chinese, header->szUserName, header->szClientIp,
-              static_cast<unsigned long long>(header->clientPort), para.deleteType, para.startTime, para.endTime);
+              static_cast<unsigned long long>(header->clientPort), para.deleteType, para.startTime,
+              para.endTime);
     return FormatCommonStatus(header, result, ctIn, buf);
 }

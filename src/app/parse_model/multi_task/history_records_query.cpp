@@ -14,7 +14,8 @@
 #include "zkapi_common.h"
 
 // Writes the query's operation-log pair: the values are the request's, whatever the reply said.
-void LogHistoryRecordsQuery(const tagHTTP_HEADER_S* header, HistoryRecordQueryPara para, VW_RESULT_TYPE result);
+void LogHistoryRecordsQuery(const tagHTTP_HEADER_S* header, HistoryRecordQueryPara para,
+                            VW_RESULT_TYPE result);
 
 namespace {
 
@@ -96,9 +97,10 @@ VW_RESULT_TYPE SendQuery(tagHTTP_HEADER_S* header, tagUNIX_SOCKET_S* sock, const
                   static_cast<int>(VW_CMD_GET_HISTORY_RECORDS));
         return kQueryStepFailed;
     }
-    ZKAPI_LOG(VKS_SRC_MULTI_TASK, VKS_LOG_TRACE, "[ZKAPI]:%s: httpReq[%s %s] sendCmd[%d] recvMsg[%d] Result[%d]",
-              kRunName, header->method, header->szReqUrl, static_cast<int>(VW_CMD_GET_HISTORY_RECORDS),
-              reply->recvMsgCode, reply->result);
+    ZKAPI_LOG(VKS_SRC_MULTI_TASK, VKS_LOG_TRACE,
+              "[ZKAPI]:%s: httpReq[%s %s] sendCmd[%d] recvMsg[%d] Result[%d]", kRunName, header->method,
+              header->szReqUrl, static_cast<int>(VW_CMD_GET_HISTORY_RECORDS), reply->recvMsgCode,
+              reply->result);
     if (reply->result != 0) {
         ZKAPI_LOG(VKS_SRC_MULTI_TASK, VKS_LOG_ERROR, "[ZKAPI]:RestSendSynUnixMsg Result[%d] is not match 0",
                   reply->result);
@@ -147,15 +149,19 @@ const char* ErrorText(int err, const char* missingLine) {
 
 }  // namespace
 
-void LogHistoryRecordsQuery(const tagHTTP_HEADER_S* header, HistoryRecordQueryPara para, VW_RESULT_TYPE result) {
+void LogHistoryRecordsQuery(const tagHTTP_HEADER_S* header, HistoryRecordQueryPara para,
+                            VW_RESULT_TYPE result) {
     static const vks_cmd::OpLogTexts kTexts[2] = {
-        {"%s[%s:%llu] Get History Record Successfully. StartIndex: %u, FindNum %u, StartTime: %s, EndTime: %s, "
+        {"%s[%s:%llu] Get History Record Successfully. StartIndex: %u, FindNum %u, StartTime: %s, EndTime: "
+         "%s, "
          "ChannleId: %llu, DataBaseType: %u, FirstAttriType: %u, SecondAttriType: %u, LibId: %llu",
-         "%s[%s:%llu] 获取历史记录成功. 起始索引: %u, 查询数量: %u, 开始时间：%s, 结束时间: %s, 所属设备: %llu, "
+         "%s[%s:%llu] 获取历史记录成功. 起始索引: %u, 查询数量: %u, 开始时间：%s, 结束时间: %s, 所属设备: "
+         "%llu, "
          "数据库类型: %u, 一级属性: %u, 二级属性: %u, 人脸库ID: %llu"},
         {"%s[%s:%llu] Get History Record fail. StartIndex: %u, FindNum %u, StartTime: %s, EndTime: %s, "
          "ChannleId: %llu, DataBaseType: %u, FirstAttriType: %u, SecondAttriType: %u, LibId: %llu",
-         "%s[%s:%llu] 获取历史记录失败. 起始索引: %u, 查询数量: %u, 开始时间：%s, 结束时间: %s, 所属设备: %llu, "
+         "%s[%s:%llu] 获取历史记录失败. 起始索引: %u, 查询数量: %u, 开始时间：%s, 结束时间: %s, 所属设备: "
+         "%llu, "
          "数据库类型: %u, 一级属性: %u, 二级属性: %u, 人脸库ID: %llu"},
     };
     const vks_cmd::OpLogTexts& texts = vks_cmd::PickTexts(kTexts, result);
@@ -163,9 +169,10 @@ void LogHistoryRecordsQuery(const tagHTTP_HEADER_S* header, HistoryRecordQueryPa
     para.StartTime[sizeof(para.StartTime) - 1] = '\0';
     para.EndTime[sizeof(para.EndTime) - 1] = '\0';
     VKS_OPLOG(texts.english, texts.chinese, header->szUserName, header->szClientIp,
-              static_cast<unsigned long long>(header->clientPort), para.StartIndex, para.FindNum, para.StartTime,
-              para.EndTime, static_cast<unsigned long long>(para.ChannelId), para.DatabaseType, para.FirstAttri,
-              para.SecondAttri, static_cast<unsigned long long>(para.LibId));
+              static_cast<unsigned long long>(header->clientPort), para.StartIndex, para.FindNum,
+              para.StartTime, para.EndTime, static_cast<unsigned long long>(para.ChannelId),
+              para.DatabaseType, para.FirstAttri, para.SecondAttri,
+              static_cast<unsigned long long>(para.LibId));
 }
 
 VW_RESULT_TYPE RunGetMultiTaskAppHistoryRecords(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,

@@ -25,7 +25,8 @@ void LogSwitch(const tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, const Hist
     const vks_cmd::OpLogTexts& texts = vks_cmd::PickTexts(kSwitchTexts[method], result);
     VKS_OPLOG(texts.english, texts.chinese, header->szUserName, header->szClientIp,
               static_cast<unsigned long long>(header->clientPort),
-              static_cast<unsigned long long>(record->channelId), static_cast<unsigned int>(record->enableRecord));
+              static_cast<unsigned long long>(record->channelId),
+              static_cast<unsigned int>(record->enableRecord));
 }
 
 const int kGet = 0;
@@ -45,12 +46,14 @@ VW_RESULT_TYPE RunGetMultiTaskAppHistory(tagHTTP_HEADER_S* header, tagHTTP_CLIEN
         ZKAPI_LOG(VKS_SRC_MULTI_TASK, VKS_LOG_TRACE, "[ZKAPI]:%s, Query param get failed",
                   "RunGetMultiTaskAppHistory");
     }
-    return vks_cmd::GetChannelRecord(header, client->synSock, VW_CMD_HISTORY_SWITCH, channelId, &ctIn->runOut);
+    return vks_cmd::GetChannelRecord(header, client->synSock, VW_CMD_HISTORY_SWITCH, channelId,
+                                     &ctIn->runOut);
 }
 
 VW_RESULT_TYPE FormatGetMultiTaskAppHistory(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
                                             tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf) {
-    if (vks_cmd::InvalidFormatGetArgs(header, ctIn, buf, "[%s]:Invalid param, header[%p] buf[%p] ctIn[%p] parseout[%p]")) {
+    if (vks_cmd::InvalidFormatGetArgs(header, ctIn, buf,
+                                      "[%s]:Invalid param, header[%p] buf[%p] ctIn[%p] parseout[%p]")) {
         return VW_INVALID_PARAM;
     }
     ZKAPI_LOG(VKS_SRC_MULTI_TASK, VKS_LOG_TRACE, "[ZKAPI]:FormatGetMultiTaskAppHistory");
@@ -82,8 +85,8 @@ VW_RESULT_TYPE RunPutMultiTaskAppHistory(tagHTTP_HEADER_S* header, tagHTTP_CLIEN
         return VW_INVALID_PARAM;
     }
     ZKAPI_LOG(VKS_SRC_MULTI_TASK, VKS_LOG_TRACE, "[ZKAPI]:RunPutMultiTaskAppHistory");
-    return SetCommon(header, ctIn->parseOut, sizeof(HistoryRecordSwitch), client->synSock, VW_CMD_HISTORY_SWITCH,
-                     VKS_CMD_RESERVED, VKS_CMD_TAG);
+    return SetCommon(header, ctIn->parseOut, sizeof(HistoryRecordSwitch), client->synSock,
+                     VW_CMD_HISTORY_SWITCH, VKS_CMD_RESERVED, VKS_CMD_TAG);
 }
 
 VW_RESULT_TYPE FormatPutMultiTaskAppHistory(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
