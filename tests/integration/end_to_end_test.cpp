@@ -1,0 +1,181 @@
+// The kit end to end: the real module in the access server, the camera emulator behind it (service
+// file system at /mnt/srvfs in this test's private mount namespace, command channel, SQLite state),
+// and HTTP in front. Each test starts both daemons with fresh files; a restart keeps the database.
+#include <dirent.h>
+#include <signal.h>
+
+#include <gtest/gtest.h>
+
+#include "daemons.h"
+#include "http_client.h"
+#include "json_view.h"
+#include "test_env.h"
+
+namespace vks_test {
+namespace {
+
+const std::string kApi = "/api/";
+const std::string kQueryAll = "MultiTaskAppHistoryRecords?DatabaseType=0&EndTime=2024-05-01T23:59:59";
+
+class EndToEnd : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string why;
+        ASSERT_TRUE(InPrivateMountNamespace(&why)) << why;
+        files_ = {dir_.File("vks.db"), dir_.File("cmd.sock"), dir_.File("results"),
+                  dir_.File("emulator.out")};
+        StartEmulatorOrFail();
+        std::string err;
+        ASSERT_TRUE(StartAccessServer(&server_, LibraryPath("libvksapiMultiTaskApp.so"),
+                                      {"--cmd-socket", files_.cmdSocket, "--oplog", dir_.File("oplog.txt")},
+                                      dir_.File("server.out"), &port_, &err))
+            << err;
+    }
+    void TearDown() override {
+        if (server_.Running()) {
+            EXPECT_EQ(server_.Stop(SIGTERM, 20000), 0) << server_.Output();
+        }
+        if (emulator_.Running()) {
+            EXPECT_EQ(emulator_.Stop(SIGTERM, 20000), 0) << emulator_.Output();
+        }
+    }
+    void StartEmulatorOrFail() {
+        std::string err;
+        ASSERT_TRUE(StartEmulator(&emulator_, files_, {}, &err)) << err;
+    }
+    void RestartEmulator() {
+        ASSERT_EQ(emulator_.Stop(SIGTERM, 20000), 0) << emulator_.Output();
+        StartEmulatorOrFail();
+    }
+    HttpResponse Call(const std::string& method, const std::string& target, const std::string& body = "") {
+        return HttpRequest(port_, method, kApi + target, body);
+    }
+    int ResultFiles() const {
+        DIR* d = opendir(files_.resultDir.c_str());
+        int n = 0;
+        while (d != nullptr && readdir(d) != nullptr) {
+            ++n;
+        }
+        if (d != nullptr) {
+            closedir(d);
+        }
+        return n - 2;  // "." and ".."
+    }
+
+    ScratchDir dir_;
+    EmulatorFiles files_;
+    ChildProcess emulator_;
+    ChildProcess server_;
+    uint16_t port_ = 0;
+};
+
+TEST_F(EndToEnd, BothTaskModeCountsAreServed) {
+    for (const char* resource : {"MultiTaskAppTaskModesAvailableList", "MultiTaskAppTaskModesCapacity"}) {
+        HttpResponse r = Call("GET", resource);
+        ASSERT_EQ(r.status, 200) << resource << ": " << r.body;
+        JsonView body(r.body);
+        for (const char* key : {"faceDetection", "vhdDetection", "vhdFaceMode"}) {
+            EXPECT_TRUE(body.Has({key})) << resource << ": " << r.body;
+        }
+    }
+}
+
+TEST_F(EndToEnd, PopUpSettingsAreStoredAndSurviveARestart) {
+    for (int black : {1, 0}) {
+        std::string put = "{\"blackPopUp\": " + std::to_string(black) +
+                          ", \"whitePopUp\": " + std::to_string(1 - black) + "}";
+        ASSERT_EQ(Call("PUT", "MultiTaskAppDisplayRecogPopUps", put).status, 200) << put;
+        JsonView got(Call("GET", "MultiTaskAppDisplayRecogPopUps").body);
+        EXPECT_EQ(got.Int({"blackPopUp"}), black);
+        EXPECT_EQ(got.Int({"whitePopUp"}), 1 - black);
+    }
+    RestartEmulator();
+    JsonView got(Call("GET", "MultiTaskAppDisplayRecogPopUps").body);
+    EXPECT_EQ(got.Int({"blackPopUp"}), 0);
+    EXPECT_EQ(got.Int({"whitePopUp"}), 1);
+}
+
+TEST_F(EndToEnd, ABadBodyAnswers400AndChangesNothing) {
+    ASSERT_EQ(Call("PUT", "MultiTaskAppDisplayRecogPopUps", "{\"blackPopUp\": true}").status, 200);
+    ASSERT_EQ(Call("PUT", "MultiTaskAppHistory?ChannelId=101", "{\"enableRecord\": 0}").status, 200);
+    const std::pair<const char*, const char*> bad[] = {
+        {"MultiTaskAppDisplayRecogPopUps", "{\"whitePopUp\": \"1\"}"},
+        {"MultiTaskAppDisplayRecogPopUps", "not json"},
+        {"MultiTaskAppHistory?ChannelId=101", "{\"channelId\": \"5\"}"},
+        {"MultiTaskAppHistory?ChannelId=101", "[1"},
+    };
+    for (const auto& b : bad) {
+        EXPECT_EQ(Call("PUT", b.first, b.second).status, 400) << b.first << " " << b.second;
+    }
+    JsonView popUps(Call("GET", "MultiTaskAppDisplayRecogPopUps").body);
+    EXPECT_EQ(popUps.Int({"blackPopUp"}), 1);
+    EXPECT_EQ(popUps.Int({"whitePopUp"}), 0);
+    JsonView history(Call("GET", "MultiTaskAppHistory?ChannelId=101").body);
+    EXPECT_EQ(history.Int({"enableRecord"}), 0);
+}
+
+TEST_F(EndToEnd, HistorySwitchAndDisplayFlagsSurviveARestart) {
+    ASSERT_EQ(Call("PUT", "MultiTaskAppHistory?ChannelId=101", "{\"enableRecord\": false}").status, 200);
+    ASSERT_EQ(Call("PUT", "MultiTaskAppDisplayRecogInfos?ChannelId=101", "{\"name\": false}").status, 200);
+    for (bool restarted : {false, true}) {
+        if (restarted) {
+            RestartEmulator();
+        }
+        JsonView history(Call("GET", "MultiTaskAppHistory?ChannelId=101").body);
+        EXPECT_EQ(history.Int({"channelId"}), 101) << restarted;
+        EXPECT_EQ(history.Int({"enableRecord"}), 0) << restarted;
+        JsonView infos(Call("GET", "MultiTaskAppDisplayRecogInfos?ChannelId=101").body);
+        EXPECT_EQ(infos.Int({"name"}), 0) << restarted;
+        EXPECT_EQ(infos.Int({"matchRate"}), 1) << restarted;  // untouched flags keep their value
+        EXPECT_EQ(infos.Int({"whiteMatchPic"}), 1) << restarted;
+    }
+}
+
+TEST_F(EndToEnd, HistoryRecordsPageAndDeleteWithoutLeavingResultFiles) {
+    HttpResponse first = Call("GET", kQueryAll + "&StartIndex=0&FindNum=5");
+    ASSERT_EQ(first.status, 200) << first.body;
+    JsonView page1(first.body);
+    EXPECT_EQ(page1.Int({"TotalNum"}), 24) << first.body;
+    EXPECT_EQ(page1.Length({"Records"}), 5u);
+    EXPECT_EQ(page1.Str({"Records", "0", "SnapTime"}), "2024-05-01T08:00:00");
+    JsonView page2(Call("GET", kQueryAll + "&StartIndex=5&FindNum=5").body);
+    EXPECT_EQ(page2.Str({"Records", "0", "SnapTime"}), "2024-05-01T10:30:00");
+
+    EXPECT_EQ(
+        Call("DELETE", "MultiTaskAppHistoryRecords?StartTime=2024-05-01T08:00:00&EndTime=2024-05-01T09:59:59")
+            .status,
+        200);
+    JsonView after(Call("GET", kQueryAll + "&StartIndex=0&FindNum=5").body);
+    EXPECT_EQ(after.Int({"TotalNum"}), 20);
+    EXPECT_EQ(after.Str({"Records", "0", "SnapTime"}), "2024-05-01T10:00:00");
+
+    EXPECT_EQ(Call("GET", "MultiTaskAppHistoryRecords?StartIndex=0&FindNum=5&DatabaseType=0").status, 400);
+    EXPECT_EQ(ResultFiles(), 0);
+}
+
+TEST_F(EndToEnd, EnableListAnswersBothWays) {
+    HttpResponse all = Call("GET", "MultiTaskAppTaskModesEnableList");
+    ASSERT_EQ(all.status, 200) << all.body;
+    JsonView allTasks(all.body);
+    ASSERT_TRUE(allTasks.Has({"taskNum"})) << all.body;
+    EXPECT_EQ(allTasks.Length({"taskEnable"}), static_cast<size_t>(allTasks.Int({"taskNum"})));
+
+    HttpResponse one = Call("GET", "MultiTaskAppTaskModesEnableList?ChannelId=101&ChannelGroup=0");
+    ASSERT_EQ(one.status, 200) << one.body;
+    JsonView oneChannel(one.body);
+    ASSERT_GE(oneChannel.Int({"taskNum"}), 1) << one.body;
+    EXPECT_LE(oneChannel.Int({"taskNum"}), allTasks.Int({"taskNum"}));
+    for (long long i = 0; i < oneChannel.Int({"taskNum"}); ++i) {
+        EXPECT_EQ(oneChannel.Int({"taskEnable", std::to_string(i), "channelId"}), 101) << one.body;
+    }
+}
+
+TEST_F(EndToEnd, AStoppedServiceAnswers5xx) {
+    ASSERT_EQ(emulator_.Stop(SIGTERM, 20000), 0) << emulator_.Output();
+    EXPECT_EQ(Call("GET", "MultiTaskAppTaskModesEnableList").status, 503);  // no service file
+    EXPECT_EQ(Call("GET", "MultiTaskAppTaskModesCapacity").status, 500);
+    EXPECT_GE(Call("GET", "MultiTaskAppHistory?ChannelId=101").status, 500);  // no command channel
+}
+
+}  // namespace
+}  // namespace vks_test
