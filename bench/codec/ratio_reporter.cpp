@@ -11,10 +11,19 @@ double Nanoseconds(double value, benchmark::TimeUnit unit) {
 
 void RatioReporter::ReportRuns(const std::vector<Run>& reports) {
     ConsoleReporter::ReportRuns(reports);
+    // With repetitions the median stands for the benchmark; a single run stands for itself.
     for (const Run& run : reports) {
-        if (run.run_type == Run::RT_Iteration && !run.error_occurred) {
-            m_times[run.benchmark_name()] = {Nanoseconds(run.GetAdjustedRealTime(), run.time_unit),
-                                             Nanoseconds(run.GetAdjustedCPUTime(), run.time_unit)};
+        bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
+        if (run.error_occurred || !(median || run.run_type == Run::RT_Iteration)) {
+            continue;
+        }
+        std::string name = run.run_name.str();
+        if (median || m_medians.count(name) == 0) {
+            m_times[name] = {Nanoseconds(run.GetAdjustedRealTime(), run.time_unit),
+                             Nanoseconds(run.GetAdjustedCPUTime(), run.time_unit)};
+        }
+        if (median) {
+            m_medians.insert(name);
         }
     }
 }

@@ -5,6 +5,7 @@
 #include <benchmark/benchmark.h>
 
 #include <map>
+#include <set>
 #include <string>
 
 class RatioReporter : public benchmark::ConsoleReporter {
@@ -20,6 +21,7 @@ private:
         double cpuNs;
     };
     std::map<std::string, Times> m_times;
+    std::set<std::string> m_medians;
 };
 
 #endif
