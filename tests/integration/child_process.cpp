@@ -56,6 +56,10 @@ ChildProcess::~ChildProcess() {
 bool ChildProcess::Start(const std::vector<std::string>& argv, const std::string& outputPath,
                          std::string* err) {
     outputPath_ = outputPath;
+    if (argv.empty() || access(argv[0].c_str(), X_OK) != 0) {
+        *err = "cannot run " + (argv.empty() ? std::string("nothing") : argv[0]) + ": " + strerror(errno);
+        return false;
+    }
     int outFd = open(outputPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (outFd < 0) {
         *err = "cannot create " + outputPath + ": " + strerror(errno);
