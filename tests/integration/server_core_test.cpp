@@ -220,7 +220,7 @@ TEST_F(ServerCore, AsynchronousReplyRunsRecvThenFormat) {
     }
 }
 
-TEST_F(ServerCore, WaitingForARepliesHoldsNoWorker) {
+TEST_F(ServerCore, WaitingForRepliesHoldsNoWorker) {
     Start({"--workers", "1"});
     DxmpPeer peer;
     ASSERT_TRUE(peer.Listen(dir_.File("peer.sock")));
