@@ -1,0 +1,154 @@
+// Mounting, serving and unmounting. The loop is our own (poll on the FUSE device and a stop event)
+// rather than fuse_session_loop, so that stopping never depends on the kernel aborting the
+// connection: a client that still holds a service file open cannot keep the server alive.
+#include "srvfs/file_system.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <vector>
+
+#include "core.h"
+#include "fuse_ops.h"
+#include "srvfs/mount_point.h"
+
+namespace srvfs {
+
+std::unique_ptr<FileSystem> FileSystem::Mount(const MountOptions& options, std::string* error) {
+    std::string note;
+    if (PrepareMountPoint(options.mountPoint, &note, error) != 0) {
+        return nullptr;
+    }
+    std::unique_ptr<FileSystem> fs(new FileSystem());
+    fs->core_ = std::make_shared<detail::Core>(options.defaultTimeoutMs);
+    fs->mountPoint_ = options.mountPoint;
+    std::vector<const char*> argv{"srvfs", "-o", "fsname=srvfs,subtype=srvfs,allow_other"};
+    fuse_args args = FUSE_ARGS_INIT(static_cast<int>(argv.size()), const_cast<char**>(argv.data()));
+    const fuse_lowlevel_ops& ops = detail::ServiceFileOps();
+    fs->session_ = fuse_session_new(&args, &ops, sizeof(ops), fs->core_.get());
+    fuse_opt_free_args(&args);  // option parsing may have copied the arguments
+    if (fs->session_ == nullptr) {
+        *error = "fuse_session_new failed";
+        return nullptr;
+    }
+    if (fuse_session_mount(fs->session_, options.mountPoint.c_str()) != 0) {
+        *error = "mounting " + options.mountPoint + " failed (needs root and /dev/fuse)";
+        fuse_session_destroy(fs->session_);
+        fs->session_ = nullptr;
+        return nullptr;
+    }
+    fs->stopFd_ = eventfd(0, EFD_CLOEXEC);
+    if (fs->stopFd_ < 0) {
+        *error = std::string("eventfd: ") + strerror(errno);
+        return nullptr;  // the destructor unmounts
+    }
+    fs->loop_ = std::thread(&FileSystem::Loop, fs.get());
+    if (!fs->SelfCheck(error)) {
+        return nullptr;
+    }
+    return fs;
+}
+
+namespace {
+struct SelfCheckService : Service {
+    void OnRequest(const ReplyHandle& /*conn*/, std::vector<uint8_t> /*frame*/) override {}
+};
+}  // namespace
+
+// Opens and closes one file through the kernel. That proves the mount answers, and the first close
+// teaches the kernel that we have no flush (ENOSYS), so no later close ever waits for us: a process
+// that serves its own mount and dies must not hang in exit flushing files on the thread that died.
+bool FileSystem::SelfCheck(std::string* error) {
+    const std::string name = ".srvfs-selfcheck";
+    AddService(name, std::make_shared<SelfCheckService>());
+    int fd = open((mountPoint_ + "/" + name).c_str(), O_RDWR | O_CLOEXEC);
+    int openErrno = errno;
+    if (fd >= 0) {
+        close(fd);
+    }
+    RemoveService(name);
+    if (fd < 0) {
+        *error = "the mount at " + mountPoint_ + " does not answer: " + strerror(openErrno);
+        return false;
+    }
+    return true;
+}
+
+FileSystem::~FileSystem() {
+    Unmount();
+}
+
+void FileSystem::Loop() {
+    fuse_buf buf;
+    memset(&buf, 0, sizeof(buf));
+    int deviceFd = fuse_session_fd(session_);
+    while (!fuse_session_exited(session_)) {
+        pollfd fds[2] = {{deviceFd, POLLIN, 0}, {stopFd_, POLLIN, 0}};
+        if (poll(fds, 2, -1) < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            break;
+        }
+        if (fds[1].revents != 0) {
+            break;
+        }
+        int res = fuse_session_receive_buf(session_, &buf);
+        if (res == -EINTR || res == -EAGAIN) {
+            continue;
+        }
+        if (res <= 0) {
+            break;  // unmounted from outside, or the device failed
+        }
+        fuse_session_process_buf(session_, &buf);
+    }
+    free(buf.mem);
+}
+
+void FileSystem::Unmount() {
+    if (session_ == nullptr) {
+        return;
+    }
+    if (loop_.joinable()) {
+        uint64_t one = 1;
+        ssize_t ignored = write(stopFd_, &one, sizeof(one));
+        (void)ignored;
+        loop_.join();
+    }
+    // Reads still parked get an answer while the kernel still listens; then nothing runs any more.
+    core_->Shutdown(ENOTCONN);
+    fuse_session_unmount(session_);
+    fuse_session_destroy(session_);
+    session_ = nullptr;
+    if (stopFd_ >= 0) {
+        close(stopFd_);
+        stopFd_ = -1;
+    }
+}
+
+bool FileSystem::AddService(const std::string& name, std::shared_ptr<Service> service) {
+    if (name.empty() || name.find('/') != std::string::npos || name == "." || name == "..") {
+        return false;
+    }
+    core_->AddService(name, std::move(service));
+    return true;
+}
+
+void FileSystem::RemoveService(const std::string& name) {
+    core_->RemoveService(name);
+}
+
+int FileSystem::OpenConnections(const std::string& name) const {
+    return core_->OpenConnections(name);
+}
+
+void FileSystem::SetTimeoutCapMs(unsigned long capMs) {
+    core_->SetTimeoutCapMs(capMs);
+}
+
+}  // namespace srvfs

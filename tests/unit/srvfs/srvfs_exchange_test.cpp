@@ -1,0 +1,186 @@
+// Requests in, replies out: what a client writes reaches the service frame by frame, and what the
+// service answers reaches the client byte for byte.
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
+
+#include "dxmp_message.h"
+#include "srvfs_client.h"
+#include "srvfs_fixture.h"
+#include "srvfs_ioctl.h"
+
+namespace vks_test {
+namespace {
+
+class SrvfsExchangeTest : public SrvfsTest {
+protected:
+    void SetUp() override {
+        SrvfsTest::SetUp();
+        srvfs().AddService(TEST_SERVICE, [](const std::vector<uint8_t>& request) {
+            return ScriptedReply{EchoReply(request), 0, false};
+        });
+        fd_ = open(ServicePath(TEST_SERVICE).c_str(), O_RDWR);
+        ASSERT_GE(fd_, 0) << strerror(errno);
+    }
+    void TearDown() override {
+        if (fd_ >= 0) {
+            close(fd_);
+        }
+        SrvfsTest::TearDown();
+    }
+    int fd_ = -1;
+};
+
+TEST_F(SrvfsExchangeTest, RequestReachesServiceAndReplyComesBackWhole) {
+    std::vector<uint8_t> request = RequestFrame(1202, DXMP_METHOD_GET, {1, 2, 3, 4, 5});
+    ASSERT_EQ(0, WriteAll(fd_, request));
+    std::vector<uint8_t> reply;
+    ASSERT_EQ(0, ReadFrame(fd_, &reply)) << strerror(errno);
+
+    ASSERT_EQ(1u, srvfs().Requests(TEST_SERVICE).size());
+    EXPECT_EQ(request, srvfs().Requests(TEST_SERVICE)[0]);
+    EXPECT_EQ(EchoReply(request), reply);
+    EXPECT_EQ(0x80 | DXMP_METHOD_GET, reply[DXMP_HDR_FLAGS_METHOD]);
+}
+
+TEST_F(SrvfsExchangeTest, FrameWrittenInPiecesIsOneRequest) {
+    std::vector<uint8_t> request = RequestFrame(229, DXMP_METHOD_PUT, std::vector<uint8_t>(300, 0x5A));
+    const size_t cuts[] = {0, 3, 16, 17, 200, request.size()};
+    for (size_t i = 1; i < sizeof(cuts) / sizeof(cuts[0]); ++i) {
+        std::vector<uint8_t> piece(request.begin() + static_cast<long>(cuts[i - 1]),
+                                   request.begin() + static_cast<long>(cuts[i]));
+        ASSERT_EQ(0, WriteAll(fd_, piece));
+        EXPECT_EQ(i + 1 == sizeof(cuts) / sizeof(cuts[0]) ? 1u : 0u, srvfs().Requests(TEST_SERVICE).size())
+            << "after piece " << i;
+    }
+    ASSERT_EQ(1u, srvfs().Requests(TEST_SERVICE).size());
+    EXPECT_EQ(request, srvfs().Requests(TEST_SERVICE)[0]);
+}
+
+TEST_F(SrvfsExchangeTest, TwoFramesInOneWriteAreTwoRequestsInOrder) {
+    std::vector<uint8_t> first = RequestFrame(1202, DXMP_METHOD_GET, {1});
+    std::vector<uint8_t> second = RequestFrame(1203, DXMP_METHOD_GET, {2, 2});
+    std::vector<uint8_t> both = first;
+    both.insert(both.end(), second.begin(), second.end());
+    ASSERT_EQ(0, WriteAll(fd_, both));
+    std::vector<std::vector<uint8_t>> expected{first, second};
+    EXPECT_EQ(expected, srvfs().Requests(TEST_SERVICE));
+    std::vector<uint8_t> reply;
+    ASSERT_EQ(0, ReadFrame(fd_, &reply));
+    EXPECT_EQ(EchoReply(first), reply);
+    ASSERT_EQ(0, ReadFrame(fd_, &reply));
+    EXPECT_EQ(EchoReply(second), reply);
+}
+
+TEST_F(SrvfsExchangeTest, ReadsSmallerThanTheReplyTakeItInOrder) {
+    std::vector<uint8_t> request = RequestFrame(1201, DXMP_METHOD_GET, std::vector<uint8_t>(1304, 7));
+    ASSERT_EQ(0, WriteAll(fd_, request));
+    std::vector<uint8_t> got;
+    uint8_t chunk[7];
+    size_t expectedSize = EchoReply(request).size();
+    while (got.size() < expectedSize) {
+        ssize_t n = read(fd_, chunk, sizeof(chunk));
+        ASSERT_GT(n, 0) << strerror(errno);
+        EXPECT_LE(static_cast<size_t>(n), sizeof(chunk));
+        got.insert(got.end(), chunk, chunk + n);
+    }
+    EXPECT_EQ(EchoReply(request), got);
+    // The reply is consumed once: nothing is left for another read.
+    ASSERT_EQ(0, SetTimeout(fd_, 50));
+    EXPECT_EQ(ETIMEDOUT, FailedReadErrno(fd_));
+}
+
+TEST_F(SrvfsExchangeTest, BadFrameHeaderFailsTheWriteAndTheStreamRecovers) {
+    std::vector<uint8_t> garbage(DXMP_FIXED_HEADER_LEN, 0xEE);
+    EXPECT_EQ(-1, WriteAll(fd_, garbage));
+    EXPECT_EQ(EPROTO, errno);
+    EXPECT_TRUE(srvfs().Requests(TEST_SERVICE).empty());
+
+    std::vector<uint8_t> request = RequestFrame(1202, DXMP_METHOD_GET, {});
+    ASSERT_EQ(0, WriteAll(fd_, request));
+    std::vector<uint8_t> reply;
+    ASSERT_EQ(0, ReadFrame(fd_, &reply));
+    EXPECT_EQ(EchoReply(request), reply);
+}
+
+TEST_F(SrvfsExchangeTest, IoctlsAreRecordedWithTheirValuesAndOthersRefused) {
+    EXPECT_EQ(0, ioctl(fd_, SRVFS_CONN_SETTIMEOUT, 30000UL));
+    EXPECT_EQ(0, ioctl(fd_, SRVFS_BUFF_SETRDSIZE, 0x8000UL));
+    EXPECT_EQ(0, ioctl(fd_, SRVFS_BUFF_SETWRSIZE, 4096UL));
+    const unsigned int refused[] = {0x302, 0x212, 0x300};
+    for (unsigned int cmd : refused) {
+        EXPECT_EQ(-1, ioctl(fd_, cmd, 1UL)) << std::hex << cmd;
+        EXPECT_EQ(ENOTTY, errno) << std::hex << cmd;
+    }
+    int second = open(ServicePath(TEST_SERVICE).c_str(), O_RDWR);
+    ASSERT_GE(second, 0);
+    EXPECT_EQ(0, ioctl(second, SRVFS_CONN_SETTIMEOUT, 7UL));
+    close(second);
+
+    std::vector<IoctlCall> calls = srvfs().Ioctls(TEST_SERVICE);
+    ASSERT_EQ(4u, calls.size());
+    const IoctlCall expected[] = {{SRVFS_CONN_SETTIMEOUT, 30000},
+                                  {SRVFS_BUFF_SETRDSIZE, 0x8000},
+                                  {SRVFS_BUFF_SETWRSIZE, 4096},
+                                  {SRVFS_CONN_SETTIMEOUT, 7}};
+    for (size_t i = 0; i < calls.size(); ++i) {
+        EXPECT_EQ(expected[i].cmd, calls[i].cmd) << i;
+        EXPECT_EQ(expected[i].arg, calls[i].arg) << i;
+    }
+}
+
+TEST_F(SrvfsExchangeTest, ConcurrentConnectionsGetTheirOwnReplies) {
+    srvfs().AddService(TEST_SERVICE, [](const std::vector<uint8_t>& request) {
+        return ScriptedReply{EchoReply(request), 20, false};
+    });
+    std::atomic<int> good{0};
+    std::vector<std::thread> clients;
+    for (int i = 0; i < 16; ++i) {
+        clients.emplace_back([i, &good] {
+            int fd = open(ServicePath(TEST_SERVICE).c_str(), O_RDWR);
+            std::vector<uint8_t> request =
+                RequestFrame(1201, 2, std::vector<uint8_t>(10, static_cast<uint8_t>(i)));
+            std::vector<uint8_t> reply;
+            if (fd >= 0 && WriteAll(fd, request) == 0 && ReadFrame(fd, &reply) == 0 &&
+                reply == EchoReply(request)) {
+                ++good;
+            }
+            close(fd);
+        });
+    }
+    for (auto& client : clients) {
+        client.join();
+    }
+    EXPECT_EQ(16, good.load());
+}
+
+TEST_F(SrvfsExchangeTest, PollIsReadableOnlyOnceTheReplyIsThere) {
+    srvfs().AddService(TEST_SERVICE, [](const std::vector<uint8_t>& request) {
+        return ScriptedReply{EchoReply(request), 300, false};
+    });
+    int fd = open(ServicePath(TEST_SERVICE).c_str(), O_RDWR);
+    ASSERT_GE(fd, 0);
+    pollfd pfd{fd, POLLIN, 0};
+    EXPECT_EQ(0, poll(&pfd, 1, 0)) << "readable before any request";
+    std::vector<uint8_t> request = RequestFrame(1201, 2, {});
+    ASSERT_EQ(0, WriteAll(fd, request));
+    pfd.revents = 0;
+    EXPECT_EQ(0, poll(&pfd, 1, 0)) << "readable before the reply";
+    pfd.revents = 0;
+    ASSERT_EQ(1, poll(&pfd, 1, 10000));
+    EXPECT_TRUE(pfd.revents & POLLIN);
+    std::vector<uint8_t> reply;
+    ASSERT_EQ(0, ReadFrame(fd, &reply));
+    EXPECT_EQ(EchoReply(request), reply);
+    pfd.revents = 0;
+    EXPECT_EQ(0, poll(&pfd, 1, 0)) << "still readable after the reply was read";
+    close(fd);
+}
+
+}  // namespace
+}  // namespace vks_test
