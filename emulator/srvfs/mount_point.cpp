@@ -5,23 +5,10 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
+#include <filesystem>
+#include <system_error>
+
 namespace srvfs {
-namespace {
-
-int MakeDirs(const std::string& path, std::string* error) {
-    for (size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
-        std::string prefix = path.substr(0, slash);
-        if (!prefix.empty() && mkdir(prefix.c_str(), 0755) != 0 && errno != EEXIST) {
-            *error = "cannot create " + prefix + ": " + strerror(errno);
-            return -1;
-        }
-        if (slash == std::string::npos) {
-            return 0;
-        }
-    }
-}
-
-}  // namespace
 
 int PrepareMountPoint(const std::string& path, std::string* note, std::string* error) {
     struct stat st;
@@ -35,7 +22,9 @@ int PrepareMountPoint(const std::string& path, std::string* note, std::string* e
         }
         *note = "cleared a stale mount at " + path;
     }
-    if (MakeDirs(path, error) != 0) {
+    std::error_code ec;
+    if (!std::filesystem::create_directories(path, ec) && ec) {
+        *error = "cannot create " + path + ": " + ec.message();
         return -1;
     }
     if (stat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {

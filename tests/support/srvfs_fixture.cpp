@@ -2,10 +2,7 @@
 
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstdlib>
-
-#include "dxmp_message.h"
+#include "reply_frame.h"
 #include "srvfs/file_system.h"
 #include "test_env.h"
 
@@ -112,32 +109,14 @@ void SrvfsMount::SetTimeoutCapMs(unsigned long capMs) {
 
 std::vector<uint8_t> BuildReply(uint16_t status, uint16_t uri, uint8_t method, const int32_t* result,
                                 const std::vector<uint8_t>& content, uint16_t resultLen) {
-    dxmp_message* msg = dxmp_message_new(0);
-    if (msg == nullptr) {
-        return {};
-    }
-    if (result != nullptr) {
-        std::vector<uint8_t> item(resultLen, 0);
-        std::copy_n(reinterpret_cast<const uint8_t*>(result), std::min<size_t>(resultLen, sizeof(*result)),
-                    item.begin());
-        dxmp_header_set(msg, DXMP_ITEM_RESULT, item.data(), resultLen);
-    }
-    if (!content.empty()) {
-        dxmp_content_add(msg, content.data(), static_cast<uint32_t>(content.size()), 0);
-    }
-    uint32_t length = 0;
-    uint8_t* encoded = dxmp_message_encode(msg, &length);
-    dxmp_message_put(msg);
-    if (encoded == nullptr) {
-        return {};
-    }
-    std::vector<uint8_t> frame(encoded, encoded + length);
-    free(encoded);
-    // The frame starts with the fixed header: the fields a reply carries go straight into it.
-    frame[DXMP_HDR_FLAGS_METHOD] = static_cast<uint8_t>(0x80 | (method & 0x7F));
-    std::copy_n(reinterpret_cast<const uint8_t*>(&uri), sizeof(uri), frame.begin() + DXMP_HDR_URI);
-    std::copy_n(reinterpret_cast<const uint8_t*>(&status), sizeof(status), frame.begin() + DXMP_HDR_STATUS);
-    return frame;
+    analysis::ReplySpec spec;
+    spec.status = status;
+    spec.uri = uri;
+    spec.method = method;
+    spec.result = result;
+    spec.resultLen = resultLen;
+    spec.content = content;
+    return analysis::EncodeReply(spec);
 }
 
 void SrvfsTest::SetUp() {

@@ -1,10 +1,12 @@
 #include "srvfs_client.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <errno.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -18,10 +20,12 @@ std::string ServicePath(const std::string& name) {
     return std::string(SRVFS_ROOT) + name;
 }
 
-std::vector<uint8_t> RequestFrame(uint16_t uri, uint8_t method, const std::vector<uint8_t>& content) {
+std::vector<uint8_t> RequestFrameWithItems(uint16_t uri, uint8_t method, const std::vector<Item>& items,
+                                           const std::vector<uint8_t>& content) {
     dxmp_message* msg = dxmp_message_new(0);
-    uint64_t channel = 101;
-    dxmp_header_set(msg, DXMP_ITEM_CHANNEL_ID, &channel, sizeof(channel));
+    for (const Item& item : items) {
+        dxmp_header_set(msg, item.type, item.value.data(), static_cast<uint16_t>(item.value.size()));
+    }
     if (!content.empty()) {
         dxmp_content_add(msg, content.data(), static_cast<uint32_t>(content.size()), 0);
     }
@@ -33,6 +37,48 @@ std::vector<uint8_t> RequestFrame(uint16_t uri, uint8_t method, const std::vecto
     std::vector<uint8_t> frame(encoded, encoded + length);
     free(encoded);
     return frame;
+}
+
+std::vector<uint8_t> RequestFrame(uint16_t uri, uint8_t method, const std::vector<uint8_t>& content) {
+    return RequestFrameWithItems(uri, method, {{DXMP_ITEM_CHANNEL_ID, BytesOf<uint64_t>(101)}}, content);
+}
+
+int ParseReply(const std::vector<uint8_t>& frame, ParsedReply* out) {
+    dxmp_message* msg = dxmp_message_new(0);
+    if (dxmp_message_decode(msg, frame.data(), static_cast<uint32_t>(frame.size())) != 0) {
+        dxmp_message_put(msg);
+        return -1;
+    }
+    memcpy(&out->status, msg->pFixedHeader + DXMP_HDR_STATUS, sizeof(out->status));
+    memcpy(&out->uri, msg->pFixedHeader + DXMP_HDR_URI, sizeof(out->uri));
+    out->flagsMethod = msg->pFixedHeader[DXMP_HDR_FLAGS_METHOD];
+    void* value = nullptr;
+    uint16_t length = 0;
+    out->hasResult = dxmp_header_get(msg, DXMP_ITEM_RESULT, &value, &length) == 0;
+    if (out->hasResult) {
+        out->resultLen = length;
+        memcpy(&out->result, value, std::min<size_t>(length, sizeof(out->result)));
+    }
+    uint32_t contentLength = 0;
+    if (dxmp_content(msg, &value, &contentLength) == 0) {
+        out->content.assign(static_cast<uint8_t*>(value), static_cast<uint8_t*>(value) + contentLength);
+    }
+    dxmp_message_put(msg);
+    return 0;
+}
+
+int Exchange(const std::string& service, const std::vector<uint8_t>& request, std::vector<uint8_t>* reply,
+             unsigned long timeoutMs) {
+    int fd = open(ServicePath(service).c_str(), O_RDWR);
+    if (fd < 0) {
+        return -1;
+    }
+    int rc =
+        SetTimeout(fd, timeoutMs) == 0 && WriteAll(fd, request) == 0 && ReadFrame(fd, reply) == 0 ? 0 : -1;
+    int saved = errno;
+    close(fd);
+    errno = saved;
+    return rc;
 }
 
 int WriteAll(int fd, const std::vector<uint8_t>& bytes) {
@@ -96,20 +142,10 @@ int CountOpenDescriptors() {
 }
 
 std::vector<uint8_t> EchoReply(const std::vector<uint8_t>& request) {
-    dxmp_message* msg = dxmp_message_new(0);
-    dxmp_message_decode(msg, request.data(), static_cast<uint32_t>(request.size()));
-    void* data = nullptr;
-    uint32_t length = 0;
-    std::vector<uint8_t> content;
-    if (dxmp_content(msg, &data, &length) == 0) {
-        content.assign(static_cast<uint8_t*>(data), static_cast<uint8_t*>(data) + length);
-    }
-    uint16_t uri = 0;
-    memcpy(&uri, msg->pFixedHeader + DXMP_HDR_URI, sizeof(uri));
-    uint8_t method = msg->pFixedHeader[DXMP_HDR_FLAGS_METHOD];
-    dxmp_message_put(msg);
+    ParsedReply parsed;
+    ParseReply(request, &parsed);
     int32_t result = 0;
-    return BuildReply(200, uri, method, &result, content);
+    return BuildReply(200, parsed.uri, parsed.flagsMethod, &result, parsed.content);
 }
 
 }  // namespace vks_test

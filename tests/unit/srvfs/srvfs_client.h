@@ -12,8 +12,36 @@ namespace vks_test {
 #define TEST_SERVICE "test.service"
 
 std::string ServicePath(const std::string& name);
-// A request frame with this uri and method, one 8-byte channel item and the content.
+struct Item {
+    uint16_t type;
+    std::vector<uint8_t> value;
+};
+// A request frame with this uri and method, the items in order and the content.
+std::vector<uint8_t> RequestFrameWithItems(uint16_t uri, uint8_t method, const std::vector<Item>& items,
+                                           const std::vector<uint8_t>& content);
+// The same with one 8-byte channel item 101.
 std::vector<uint8_t> RequestFrame(uint16_t uri, uint8_t method, const std::vector<uint8_t>& content);
+template <typename T>
+std::vector<uint8_t> BytesOf(const T& value) {
+    const auto* bytes = reinterpret_cast<const uint8_t*>(&value);
+    return std::vector<uint8_t>(bytes, bytes + sizeof(T));
+}
+
+// A reply frame taken apart.
+struct ParsedReply {
+    uint16_t status = 0;
+    uint16_t uri = 0;
+    uint8_t flagsMethod = 0;
+    bool hasResult = false;
+    int32_t result = 0;
+    uint16_t resultLen = 0;
+    std::vector<uint8_t> content;
+};
+// 0, or -1 when the frame does not decode.
+int ParseReply(const std::vector<uint8_t>& frame, ParsedReply* out);
+// open, write, read one frame, close: 0, or -1 with errno.
+int Exchange(const std::string& service, const std::vector<uint8_t>& request, std::vector<uint8_t>* reply,
+             unsigned long timeoutMs);
 // 0, or -1 with errno from the failing write.
 int WriteAll(int fd, const std::vector<uint8_t>& bytes);
 // Reads one whole frame: 0, or -1 with errno from the failing read (EPROTO for a bad header).

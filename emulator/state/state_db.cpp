@@ -1,0 +1,103 @@
+#include "state_db.h"
+
+#include <sqlite3.h>
+
+#include <filesystem>
+#include <system_error>
+
+namespace vks_state {
+
+std::unique_ptr<Database> Database::Open(const std::string& path, const std::string& schemaSql,
+                                         std::string* error) {
+    std::filesystem::path parent = std::filesystem::path(path).parent_path();
+    std::error_code ec;
+    if (!parent.empty() && !std::filesystem::create_directories(parent, ec) && ec) {
+        *error = "cannot create " + parent.string() + ": " + ec.message();
+        return nullptr;
+    }
+    sqlite3* handle = nullptr;
+    int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX;
+    if (sqlite3_open_v2(path.c_str(), &handle, flags, nullptr) != SQLITE_OK) {
+        *error = "cannot open " + path + ": " + (handle ? sqlite3_errmsg(handle) : "out of memory");
+        sqlite3_close(handle);
+        return nullptr;
+    }
+    std::unique_ptr<Database> db(new Database(handle));
+    sqlite3_busy_timeout(handle, VKS_STATE_BUSY_TIMEOUT_MS);
+    if (db->Exec("PRAGMA journal_mode=WAL;", error) != 0 ||
+        (!schemaSql.empty() && db->Exec(schemaSql, error) != 0)) {
+        *error = path + ": " + *error;
+        return nullptr;
+    }
+    return db;
+}
+
+Database::~Database() {
+    sqlite3_close(db_);
+}
+
+int Database::Exec(const std::string& sql, std::string* error) {
+    char* message = nullptr;
+    if (sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, &message) != SQLITE_OK) {
+        *error = message != nullptr ? message : sqlite3_errmsg(db_);
+        sqlite3_free(message);
+        return -1;
+    }
+    return 0;
+}
+
+Statement::Statement(Database& db, const std::string& sql) : db_(db.Handle()) {
+    if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &stmt_, nullptr) != SQLITE_OK) {
+        error_ = sqlite3_errmsg(db_);
+    }
+}
+
+Statement::~Statement() {
+    sqlite3_finalize(stmt_);
+}
+
+Statement& Statement::Bind(int index, int64_t value) {
+    if (Ok() && sqlite3_bind_int64(stmt_, index, value) != SQLITE_OK) {
+        error_ = sqlite3_errmsg(db_);
+    }
+    return *this;
+}
+
+Statement& Statement::Bind(int index, const std::string& value) {
+    if (Ok() && sqlite3_bind_text(stmt_, index, value.c_str(), -1, SQLITE_TRANSIENT) != SQLITE_OK) {
+        error_ = sqlite3_errmsg(db_);
+    }
+    return *this;
+}
+
+bool Statement::Step() {
+    if (!Ok()) {
+        return false;
+    }
+    int rc = sqlite3_step(stmt_);
+    if (rc == SQLITE_ROW) {
+        return true;
+    }
+    if (rc != SQLITE_DONE) {
+        error_ = sqlite3_errmsg(db_);
+    }
+    return false;
+}
+
+int64_t Statement::Int64(int column) const {
+    return sqlite3_column_int64(stmt_, column);
+}
+
+std::string Statement::Text(int column) const {
+    const unsigned char* text = sqlite3_column_text(stmt_, column);
+    return text != nullptr ? reinterpret_cast<const char*>(text) : "";
+}
+
+void Statement::Reset() {
+    if (stmt_ != nullptr) {
+        sqlite3_reset(stmt_);
+        sqlite3_clear_bindings(stmt_);
+    }
+}
+
+}  // namespace vks_state

@@ -1,0 +1,63 @@
+// The emulator's SQLite state: one database file shared by the emulator's components, each with its
+// own connection and its own tables. Plain helpers that report failure with a result and a text.
+#ifndef VKS_STATE_DB_H
+#define VKS_STATE_DB_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace vks_state {
+
+// Writers of other connections are waited for this long before a statement fails as busy.
+#define VKS_STATE_BUSY_TIMEOUT_MS 5000
+
+class Database {
+public:
+    // Opens (creating the file and its directory) in WAL mode with the busy time-out, then runs
+    // schemaSql (may be empty). Null with the reason in *error.
+    static std::unique_ptr<Database> Open(const std::string& path, const std::string& schemaSql,
+                                          std::string* error);
+    ~Database();
+    Database(const Database&) = delete;
+    Database& operator=(const Database&) = delete;
+
+    // Runs one or more statements without results: 0, or -1 with the reason in *error.
+    int Exec(const std::string& sql, std::string* error);
+    sqlite3* Handle() const { return db_; }
+
+private:
+    explicit Database(sqlite3* db) : db_(db) {}
+    sqlite3* db_;
+};
+
+// One prepared statement; binds are 1-based like SQLite's, columns 0-based.
+class Statement {
+public:
+    Statement(Database& db, const std::string& sql);
+    ~Statement();
+    Statement(const Statement&) = delete;
+    Statement& operator=(const Statement&) = delete;
+
+    bool Ok() const { return stmt_ != nullptr && error_.empty(); }
+    const std::string& Error() const { return error_; }
+    Statement& Bind(int index, int64_t value);
+    Statement& Bind(int index, const std::string& value);
+    // true while a row is there; false when done or failed (then Ok() is false).
+    bool Step();
+    int64_t Int64(int column) const;
+    std::string Text(int column) const;
+    void Reset();
+
+private:
+    sqlite3* db_;
+    sqlite3_stmt* stmt_ = nullptr;
+    std::string error_;
+};
+
+}  // namespace vks_state
+
+#endif
