@@ -1,0 +1,26 @@
+// Command line of the emulator daemon: its own options, the analysis service's faults and the
+// command-channel server's options, each taken by whoever knows it.
+#ifndef VKS_DAEMON_OPTIONS_H
+#define VKS_DAEMON_OPTIONS_H
+
+#include <memory>
+#include <string>
+
+#include "analysis_faults.h"
+#include "cmd_server.h"
+
+#define VKS_EMULATOR_DEFAULT_DB "/var/lib/vks-emulator/emulator.db"
+
+struct DaemonOptions {
+    std::string mountPoint = "/mnt/srvfs";
+    std::string dbPath = VKS_EMULATOR_DEFAULT_DB;
+    bool help = false;
+    std::shared_ptr<analysis::FaultTable> faults = std::make_shared<analysis::FaultTable>();
+    cmdchan::ServerOptions cmd;
+};
+
+// 0, or -1 with the offending argument in *error. Options are "--name=value" or a bare "--flag".
+int ParseDaemonOptions(int argc, char** argv, DaemonOptions* options, std::string* error);
+std::string DaemonUsage();
+
+#endif

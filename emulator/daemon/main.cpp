@@ -1,0 +1,75 @@
+// vks_emulator: the camera emulator daemon. Prints "vks_emulator: ready" once both services answer,
+// serves until SIGINT or SIGTERM, then stops the command channel and unmounts.
+#include <signal.h>
+#include <stdio.h>
+
+#include <memory>
+#include <string>
+
+#include "analysis_service.h"
+#include "daemon_options.h"
+#include "srvfs/file_system.h"
+#include "srvfs/mount_point.h"
+
+namespace {
+
+int Fail(const std::string& what) {
+    fprintf(stderr, "vks_emulator: %s\n", what.c_str());
+    return 1;
+}
+
+int Serve(const DaemonOptions& options, const sigset_t& stopSignals) {
+    std::string error;
+    std::string note;
+    if (srvfs::PrepareMountPoint(options.mountPoint, &note, &error) != 0) {
+        return Fail(error);
+    }
+    if (!note.empty()) {
+        fprintf(stderr, "vks_emulator: %s\n", note.c_str());
+    }
+    std::shared_ptr<analysis::AnalysisStore> store = analysis::AnalysisStore::Open(options.dbPath, &error);
+    if (store == nullptr) {
+        return Fail("state: " + error);
+    }
+    srvfs::MountOptions mount;
+    mount.mountPoint = options.mountPoint;
+    std::unique_ptr<srvfs::FileSystem> fs = srvfs::FileSystem::Mount(mount, &error);
+    if (fs == nullptr) {
+        return Fail(error);
+    }
+    fs->AddService(ANALYSIS_SERVICE_NAME, std::make_shared<analysis::AnalysisService>(store, options.faults));
+    std::unique_ptr<cmdchan::Server> commands = cmdchan::StartServer(options.cmd, &error);
+    if (commands == nullptr) {
+        return Fail("command channel: " + error);  // fs unmounts on the way out
+    }
+    printf("vks_emulator: ready\n");
+    fflush(stdout);
+    int signal = 0;
+    sigwait(&stopSignals, &signal);
+    fprintf(stderr, "vks_emulator: signal %d, stopping\n", signal);
+    cmdchan::StopServer(std::move(commands));
+    fs->Unmount();
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    DaemonOptions options;
+    std::string error;
+    if (ParseDaemonOptions(argc, argv, &options, &error) != 0) {
+        fprintf(stderr, "vks_emulator: %s\n%s", error.c_str(), DaemonUsage().c_str());
+        return 2;
+    }
+    if (options.help) {
+        printf("%s", DaemonUsage().c_str());
+        return 0;
+    }
+    // Blocked before any thread starts, so every thread inherits the mask and only sigwait sees them.
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGINT);
+    sigaddset(&stopSignals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+    return Serve(options, stopSignals);
+}

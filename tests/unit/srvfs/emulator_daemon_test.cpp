@@ -1,0 +1,110 @@
+// The emulator daemon as a child process: ready line, an answer over its mount, a clean stop on
+// SIGTERM, and a restart over the dead mount a killed run leaves behind.
+#include <errno.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include "analysis_service.h"
+#include "srvfs_client.h"
+#include "test_env.h"
+
+namespace vks_test {
+namespace {
+
+class EmulatorDaemonTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string why;
+        ASSERT_TRUE(InPrivateMountNamespace(&why)) << why;
+        char dir[] = "/tmp/vks-daemon-XXXXXX";
+        ASSERT_NE(nullptr, mkdtemp(dir));
+        dir_ = dir;
+    }
+    void TearDown() override {
+        if (pid_ > 0) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, nullptr, 0);
+        }
+        std::filesystem::remove_all(dir_);
+    }
+    // Starts the daemon on the shared test mount point and waits for its ready line.
+    bool Start(std::string* output) {
+        int out[2];
+        if (pipe(out) != 0) {
+            return false;
+        }
+        pid_ = fork();
+        if (pid_ == 0) {
+            dup2(out[1], STDOUT_FILENO);
+            dup2(out[1], STDERR_FILENO);
+            std::string db = "--db=" + dir_ + "/db/emulator.db";
+            std::string socket = "--cmd-socket=" + dir_ + "/cmd.sock";
+            std::string results = "--result-dir=" + dir_ + "/results";
+            execl(VKS_EMULATOR_PATH, "vks_emulator", db.c_str(), socket.c_str(), results.c_str(), nullptr);
+            _exit(127);
+        }
+        close(out[1]);
+        char buffer[512];
+        ssize_t n;
+        while (output->find("vks_emulator: ready\n") == std::string::npos &&
+               (n = read(out[0], buffer, sizeof(buffer))) > 0) {
+            output->append(buffer, static_cast<size_t>(n));
+        }
+        close(out[0]);
+        return output->find("vks_emulator: ready\n") != std::string::npos;
+    }
+    int Stop(int signal) {
+        int status = 0;
+        kill(pid_, signal);
+        waitpid(pid_, &status, 0);
+        pid_ = -1;
+        return status;
+    }
+
+    std::string dir_;
+    pid_t pid_ = -1;
+};
+
+TEST_F(EmulatorDaemonTest, ServesUntilSigtermThenUnmounts) {
+    std::string output;
+    ASSERT_TRUE(Start(&output)) << output;
+    std::vector<uint8_t> frame;
+    ParsedReply reply;
+    ASSERT_EQ(0, Exchange(ANALYSIS_SERVICE_NAME, RequestFrame(VKS_URI_AVAILABLE_LIST, 2, {}), &frame, 3000))
+        << strerror(errno);
+    ASSERT_EQ(0, ParseReply(frame, &reply));
+    EXPECT_EQ(24u, reply.content.size());
+    EXPECT_EQ(0, reply.result);
+
+    int status = Stop(SIGTERM);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    EXPECT_EQ(-1, access(ServicePath(ANALYSIS_SERVICE_NAME).c_str(), F_OK)) << "still mounted";
+    EXPECT_EQ(ENOENT, errno);
+}
+
+TEST_F(EmulatorDaemonTest, RestartClearsTheDeadMountOfAKilledRun) {
+    std::string output;
+    ASSERT_TRUE(Start(&output)) << output;
+    Stop(SIGKILL);
+    struct stat st;
+    EXPECT_EQ(-1, stat("/mnt/srvfs", &st));
+    EXPECT_EQ(ENOTCONN, errno);
+
+    output.clear();
+    ASSERT_TRUE(Start(&output)) << output;
+    EXPECT_NE(std::string::npos, output.find("cleared a stale mount at /mnt/srvfs")) << output;
+    EXPECT_EQ(0, access(ServicePath(ANALYSIS_SERVICE_NAME).c_str(), F_OK));
+    int status = Stop(SIGINT);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+}
+
+}  // namespace
+}  // namespace vks_test
