@@ -109,11 +109,6 @@ protected:
         srvfs().AddService(kServiceName,
                            [frame](const std::vector<uint8_t>&) { return ScriptedReply{frame}; });
     }
-    DecodedFrame OnlyRequest() {
-        std::vector<std::vector<uint8_t>> requests = srvfs().Requests(kServiceName);
-        EXPECT_EQ(requests.size(), 1u);
-        return requests.empty() ? DecodedFrame{} : Decode(requests[0]);
-    }
     std::string Format(RequestRecords* request, VW_RESULT_TYPE result, VW_RESULT_TYPE expected = 0) {
         BodyBuffer out;
         EXPECT_EQ(
@@ -131,7 +126,7 @@ TEST_F(EnableListTest, GivenChannelGoesSynchronously) {
     ASSERT_EQ(RunGetMultiTaskAppTaskModesEnableList(&request.header, &request.client, &request.ctIn), 0);
     EXPECT_EQ(host.adds, 0);
     ASSERT_NE(request.ctIn.runOut, nullptr);
-    DecodedFrame sent = OnlyRequest();
+    DecodedFrame sent = OnlyRequest(srvfs());
     EXPECT_EQ(sent.uri, kUri);
     ASSERT_EQ(sent.itemOrder, (std::vector<uint16_t>{DXMP_ITEM_CHANNEL_ID, DXMP_ITEM_CHANNEL_GROUP}));
     EXPECT_EQ(As<uint64_t>(sent.items[DXMP_ITEM_CHANNEL_ID]), 101u);

@@ -4,6 +4,8 @@
 
 #include <cstdlib>
 
+#include <gtest/gtest.h>
+
 #include "dxmp_message.h"
 
 namespace vks_test {
@@ -47,6 +49,12 @@ DecodedFrame Decode(const std::vector<uint8_t>& frame) {
     }
     dxmp_message_put(msg);
     return decoded;
+}
+
+DecodedFrame OnlyRequest(const SrvfsMount& mount) {
+    std::vector<std::vector<uint8_t>> requests = mount.Requests(kServiceName);
+    EXPECT_EQ(requests.size(), 1u);
+    return requests.empty() ? DecodedFrame{} : Decode(requests[0]);
 }
 
 RequestRecords::RequestRecords(const char* url) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "http_records.h"
+#include "srvfs_fixture.h"
 
 namespace vks_test {
 
@@ -26,6 +27,8 @@ struct DecodedFrame {
     std::vector<uint8_t> content;
 };
 DecodedFrame Decode(const std::vector<uint8_t>& frame);
+// The one request the analysis service received (a failed expectation when it is not exactly one).
+DecodedFrame OnlyRequest(const SrvfsMount& mount);
 
 template <typename T>
 std::vector<uint8_t> Bytes(const T& value) {

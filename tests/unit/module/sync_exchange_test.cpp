@@ -35,11 +35,6 @@ protected:
         srvfs().AddService(kServiceName,
                            [frame](const std::vector<uint8_t>&) { return ScriptedReply{frame}; });
     }
-    DecodedFrame OnlyRequest() {
-        std::vector<std::vector<uint8_t>> requests = srvfs().Requests(kServiceName);
-        EXPECT_EQ(requests.size(), 1u);
-        return requests.empty() ? DecodedFrame{} : Decode(requests[0]);
-    }
     bool HasFrameworkError(const LogCapture& log, const std::string& text) {
         for (const DebugLine& line : log.Find("[LogVKSFrameWork]:" + text)) {
             if (line.level == VKS_LOG_ERROR && line.file == VKS_SRC_DXMP_COMM && line.module == 4) {
@@ -57,7 +52,7 @@ TEST_F(SyncExchangeTest, RequestWithoutItemOrContentGoesOutEmpty) {
     msg_->pFixedHeader[DXMP_HDR_BYTE2] = 0x5A;
     DXMPMsgData data = {{DXMP_ITEM_CHANNEL_ID, nullptr, 8}, nullptr, 4, kUri, 0x82};
     EXPECT_EQ(SyncBlockDXMPMsgInteraction(msg_, &data), 0);
-    DecodedFrame request = OnlyRequest();
+    DecodedFrame request = OnlyRequest(srvfs());
     ASSERT_TRUE(request.ok);
     EXPECT_EQ(request.uri, kUri);
     EXPECT_EQ(request.byte2, 0);
@@ -73,7 +68,7 @@ TEST_F(SyncExchangeTest, ItemAndContentGoOutWithTheirTraceLines) {
     const uint8_t content[3] = {7, 8, 9};
     DXMPMsgData data = {{DXMP_ITEM_CHANNEL_ID, &channel, 8}, content, 3, kUri, DXMP_METHOD_PUT};
     ASSERT_EQ(SyncBlockDXMPMsgInteraction(msg_, &data), 0);
-    DecodedFrame request = OnlyRequest();
+    DecodedFrame request = OnlyRequest(srvfs());
     ASSERT_EQ(request.itemOrder, std::vector<uint16_t>{DXMP_ITEM_CHANNEL_ID});
     EXPECT_EQ(As<uint64_t>(request.items[DXMP_ITEM_CHANNEL_ID]), 101u);
     EXPECT_EQ(request.content, std::vector<uint8_t>(content, content + 3));
@@ -156,7 +151,7 @@ TEST_F(SyncExchangeTest, RefusedItemIsLoggedAndSkipped) {
     data.headers.push_back({0xD000, nullptr, 4});  // skipped silently
     data.headers.push_back({0xD001, &values[0], 0});
     ASSERT_EQ(SyncBlockDXMPMultiMsgInteraction(msg_, &data), 0);
-    DecodedFrame request = OnlyRequest();
+    DecodedFrame request = OnlyRequest(srvfs());
     EXPECT_EQ(request.itemOrder.size(), static_cast<size_t>(DXMP_MAX_ITEMS));
     EXPECT_EQ(request.itemOrder.front(), 0xC000);
     const std::string refused =
@@ -170,7 +165,7 @@ TEST_F(SyncExchangeTest, ItemLengthGoesOutCutTo16Bits) {
     std::vector<uint8_t> value(65536 + 8, 0xAB);
     DXMPMsgData data = {{0xB0F0, value.data(), static_cast<uint32_t>(value.size())}, nullptr, 0, kUri, 2};
     ASSERT_EQ(SyncBlockDXMPMsgInteraction(msg_, &data), 0);
-    DecodedFrame request = OnlyRequest();
+    DecodedFrame request = OnlyRequest(srvfs());
     EXPECT_EQ(request.items[0xB0F0].size(), 8u);
 }
 
