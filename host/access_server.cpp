@@ -284,6 +284,12 @@ int SetUpHttp(AccessServer* server, std::string* err) {
             "cannot listen on " + o.listenHost + ":" + std::to_string(o.listenPort) + ": " + strerror(errno);
         return -1;
     }
+    // libevent listens with a backlog of 128; a burst of clients beyond it would have its SYNs
+    // dropped and retried a second later. Calling listen() again raises the backlog in place.
+    if (listen(evhttp_bound_socket_get_fd(socket), SOMAXCONN) != 0) {
+        *err = std::string("cannot raise the listen backlog: ") + strerror(errno);
+        return -1;
+    }
     server->boundPort = BoundPort(socket);
     return 0;
 }

@@ -29,7 +29,6 @@ struct BenchConfig {
     int requests = 256;
     int delayMs = 200;
     int workers = 4;
-    std::string delayOption = "--reply-delay-ms";  // the emulator's option for its service delay
 };
 
 struct LoadResult {
@@ -80,8 +79,6 @@ bool ParseArgs(int argc, char** argv, BenchConfig* config) {
             config->delayMs = atoi(argv[i + 1]);
         } else if (name == "--workers") {
             config->workers = atoi(argv[i + 1]);
-        } else if (name == "--delay-option") {
-            config->delayOption = argv[i + 1];
         } else {
             return false;
         }
@@ -119,7 +116,7 @@ int Measure(const BenchConfig& config, uint16_t port) {
 int main(int argc, char** argv) {
     BenchConfig config;
     if (!ParseArgs(argc, argv, &config)) {
-        fprintf(stderr, "usage: %s [--requests N] [--delay-ms MS] [--workers N] [--delay-option NAME]\n",
+        fprintf(stderr, "usage: %s [--requests N] [--delay-ms MS] [--workers N]\n",
                 argv[0]);
         return 2;
     }
@@ -134,7 +131,7 @@ int main(int argc, char** argv) {
     ChildProcess server;
     uint16_t port = 0;
     std::string err;
-    if (!StartEmulator(&emulator, files, {config.delayOption, std::to_string(config.delayMs)}, &err) ||
+    if (!StartEmulator(&emulator, files, {"--fault-delay=1201:" + std::to_string(config.delayMs)}, &err) ||
         !StartAccessServer(&server, LibraryPath("libvksapiMultiTaskApp.so"),
                            {"--workers", std::to_string(config.workers), "--cmd-socket", files.cmdSocket},
                            dir.File("server.out"), &port, &err)) {

@@ -1,22 +1,41 @@
 #include "daemon_options.h"
 
+namespace {
+
+// Offers one option to whoever knows it: the daemon itself, the analysis service's fault table,
+// then the command-channel server.
+bool ParseOne(const std::string& name, const std::string& value, DaemonOptions* options) {
+    if (name == "--help" || name == "-h") {
+        options->help = true;
+    } else if (name == "--mount" && !value.empty()) {
+        options->mountPoint = value;
+    } else if (name == "--db" && !value.empty()) {
+        // One state file for both services, each with its own tables.
+        options->dbPath = value;
+        options->cmd.dbPath = value;
+    } else {
+        return options->faults->ParseOption(name, value) || cmdchan::ParseOption(name, value, &options->cmd);
+    }
+    return true;
+}
+
+}  // namespace
+
 int ParseDaemonOptions(int argc, char** argv, DaemonOptions* options, std::string* error) {
     options->cmd.dbPath = options->dbPath;
     for (int i = 1; i < argc; ++i) {
         std::string arg = argv[i];
         size_t equals = arg.find('=');
-        std::string name = arg.substr(0, equals);
-        std::string value = equals == std::string::npos ? "" : arg.substr(equals + 1);
-        if (name == "--help" || name == "-h") {
-            options->help = true;
-        } else if (name == "--mount" && !value.empty()) {
-            options->mountPoint = value;
-        } else if (name == "--db" && !value.empty()) {
-            // One state file for both services, each with its own tables.
-            options->dbPath = value;
-            options->cmd.dbPath = value;
-        } else if (!options->faults->ParseOption(name, value) &&
-                   !cmdchan::ParseOption(name, value, &options->cmd)) {
+        bool ok = false;
+        if (equals != std::string::npos) {
+            ok = ParseOne(arg.substr(0, equals), arg.substr(equals + 1), options);
+        } else if (ParseOne(arg, "", options)) {
+            ok = true;  // a bare flag
+        } else if (i + 1 < argc && argv[i + 1][0] != '-') {
+            ok = ParseOne(arg, argv[i + 1], options);  // "--name value"
+            i += ok ? 1 : 0;
+        }
+        if (!ok) {
             *error = "unknown option or bad value: " + arg;
             return -1;
         }
@@ -29,6 +48,7 @@ std::string DaemonUsage() {
                "usage: vks_emulator [options]\n"
                "Camera emulator: mounts the service file system and serves the analysis service "
                "\"itgt.paas.vks\",\nand serves the command channel, until SIGINT or SIGTERM.\n"
+               "Options take their value as --name=value or --name value.\n"
                "  --mount=DIR              where to mount the service file system (default /mnt/srvfs)\n"
                "  --db=PATH                SQLite state file, created with demo data on first start "
                "(default " VKS_EMULATOR_DEFAULT_DB

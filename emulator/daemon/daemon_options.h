@@ -19,7 +19,8 @@ struct DaemonOptions {
     cmdchan::ServerOptions cmd;
 };
 
-// 0, or -1 with the offending argument in *error. Options are "--name=value" or a bare "--flag".
+// 0, or -1 with the offending argument in *error. Options are "--name=value", "--name value" or a
+// bare "--flag".
 int ParseDaemonOptions(int argc, char** argv, DaemonOptions* options, std::string* error);
 std::string DaemonUsage();
 
