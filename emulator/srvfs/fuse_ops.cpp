@@ -115,10 +115,12 @@ void OpIoctl(fuse_req_t req, fuse_ino_t /*ino*/, unsigned int cmd, void* arg, fu
         fuse_reply_err(req, err);
         return;
     }
-    fuse_reply_ioctl(req, 0, nullptr, 0);
+    // The service hears of the setting before the caller's ioctl returns, as it hears of a request
+    // before the caller's write returns: what a client did is visible to the service at once.
     if (service != nullptr) {
         service->OnIoctl(ReplyHandle(core.shared_from_this(), fi->fh), cmd, value);
     }
+    fuse_reply_ioctl(req, 0, nullptr, 0);
 }
 
 void OpPoll(fuse_req_t req, fuse_ino_t /*ino*/, fuse_file_info* fi, fuse_pollhandle* ph) {
