@@ -8,79 +8,36 @@
 #include <safe_mem_lib.h>
 
 #include "cjson.h"
+#include "json_codec/record_bindings.h"
 #include "http_records.h"
 #include "vks_multi_task_records.h"
 #include "vks_log.h"
 #include "vw_result.h"
 
-// What ParseMsg<T> needs to know of a record: its starting value when no record was fetched before,
-// and the 32-bit members that the body may set, by key, in decoding order.
+// Starting value of a PUT record when no phase fetched the stored one before.
 template <typename T>
-struct MsgBodyFields;
+void MsgDefaultRecord(T* record);
 
 template <>
-struct MsgBodyFields<_FaceRecPopUpPara> {
-    struct Field {
-        const char* key;
-        int32_t _FaceRecPopUpPara::*member;
-    };
-    static constexpr Field kFields[] = {{"blackPopUp", &_FaceRecPopUpPara::blackPopUp},
-                                        {"whitePopUp", &_FaceRecPopUpPara::whitePopUp}};
-    static void SetDefault(_FaceRecPopUpPara* record) {
-        record->channelId = VKS_DEFAULT_CHANNEL_ID;
-        record->blackPopUp = 0;
-        record->whitePopUp = 0;
-    }
-};
-
-// A JSON real as an unsigned 32-bit switch: toward zero, saturating; negatives and NaN give 0.
-inline uint32_t MsgDoubleToU32(double value) {
-    if (!(value > 0.0)) {
-        return 0;
-    }
-    if (value >= 4294967295.0) {
-        return UINT32_MAX;
-    }
-    return static_cast<uint32_t>(value);
+inline void MsgDefaultRecord<_FaceRecPopUpPara>(_FaceRecPopUpPara* record) {
+    record->channelId = VKS_DEFAULT_CHANNEL_ID;
+    record->blackPopUp = 0;
+    record->whitePopUp = 0;
 }
 
-// One member's 32-bit value by the JSON type of the value; false for a type the body may not use.
-inline bool MsgDecodeU32(json_object* value, uint32_t* out) {
-    switch (json_object_get_type(value)) {
-        case json_type_boolean:
-            *out = json_object_get_boolean(value) ? 1u : 0u;
-            return true;
-        case json_type_double:
-            *out = MsgDoubleToU32(json_object_get_double(value));
-            return true;
-        case json_type_int:
-            *out = static_cast<uint32_t>(static_cast<uint64_t>(json_object_get_int64(value)));
-            return true;
-        default:
-            return false;
-    }
-}
-
-// Merges the body into record. An absent key, or a JSON null, keeps the member's starting value. A
-// body that is not a JSON object is rejected: it cannot name any member.
+// Merges the body into record through the record's member list, so a PUT body follows the same
+// value rules as every other body. An absent key, or a JSON null, keeps the starting value; a body
+// that is not a JSON object is rejected.
 template <typename T>
 bool MsgDecodeBody(const char* text, T* record) {
     json_object* root = text != nullptr ? cJSON_Parse(text) : nullptr;
-    bool decoded = root != nullptr && json_object_get_type(root) == json_type_object;
-    for (const auto& field : MsgBodyFields<T>::kFields) {
-        json_object* value = decoded ? cJSON_GetObjectItem(root, field.key) : nullptr;
-        uint32_t bits = 0;
-        if (value != nullptr) {
-            decoded = MsgDecodeU32(value, &bits);
-            if (decoded) {
-                record->*field.member = static_cast<int32_t>(bits);
-            }
-        }
+    if (root == nullptr) {
+        return false;
     }
-    if (root != nullptr) {
-        cJSON_Delete(root);
-    }
-    return decoded;
+    int decoded = jsonDecoder<T, NullAlloc, NullDealloc>::decode(root, nullptr, *record, NullAlloc(),
+                                                                 NullDealloc(), JSON_FORMAT_DEFAULT);
+    cJSON_Delete(root);
+    return decoded == 0;
 }
 
 // Builds the T of a PUT in ctIn->parseOut from the body: starting from the record in preProcOut when
@@ -99,7 +56,7 @@ __attribute__((visibility("default"))) VW_RESULT_TYPE ParseMsg(tagHTTP_CNTENT_IN
         return VW_MEMORY_ERROR;
     }
     if (ctIn->preProcOut == nullptr) {
-        MsgBodyFields<T>::SetDefault(record);
+        MsgDefaultRecord(record);
     } else if (memcpy_s(record, sizeof(T), ctIn->preProcOut, sizeof(T)) != 0) {
         VKS_LOG(VKS_SRC_MSG_COMM, VKS_LOG_ERROR, "[%s]:Failed to memcpy_s", LOG_VKS_FRAMEWORK);
     }
