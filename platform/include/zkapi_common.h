@@ -8,6 +8,9 @@
 
 #include "http_records.h"
 
+// The host's API is visible to every module, whatever visibility a module compiles with.
+#pragma GCC visibility push(default)
+
 typedef struct ZKAPI_RESPONSE_STATUS {
     char RequestURL[256];
     int64_t StatusCode;
@@ -42,10 +45,12 @@ int FormatCommonStatus(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, tagHTTP_
 // Writes the body of a GET. Modules instantiate it for their records (zkapi_business_common.h); the
 // host provides the instance for a runOut that holds a NUL-terminated text.
 template <typename T>
-int FormatCommonResponse(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, tagHTTP_CNTENT_INTER_S* ctIn,
+__attribute__((visibility("default"))) int FormatCommonResponse(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, tagHTTP_CNTENT_INTER_S* ctIn,
                          tagHTTP_BUF_S* buf);
 template <>
 int FormatCommonResponse<char*>(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, tagHTTP_CNTENT_INTER_S* ctIn,
                                 tagHTTP_BUF_S* buf);
+
+#pragma GCC visibility pop
 
 #endif

@@ -61,7 +61,7 @@ int json_decode_member(json_object* object, void* ctx, T& record, const First& f
 }
 
 template <typename T>
-struct jsonEncoder {
+struct VKS_CODEC_EXPORT jsonEncoder {
     // A new tree for the record, released by the caller with cJSON_Delete; null on failure.
     static json_object* encode_nulldata(const T& record, void* /*ctx*/) {
         return jsonMembers<T>::template bind<NullAlloc, NullDealloc>(
@@ -70,7 +70,7 @@ struct jsonEncoder {
 };
 
 template <typename T, typename Alloc, typename Dealloc>
-struct jsonDecoder {
+struct VKS_CODEC_EXPORT jsonDecoder {
     // Merges the object into the record; each binding's own format governs, not the argument.
     // Anything but a JSON object is rejected before a member is touched.
     static int decode(json_object* object, void* ctx, T& record, Alloc /*alloc*/, Dealloc /*dealloc*/,
@@ -109,7 +109,7 @@ inline char* PrintedCopy(json_object* tree) {
 
 // The record's JSON text in a new malloc block that the caller frees; null on any failure.
 template <typename T>
-char* json_encode(const T& record) {
+VKS_CODEC_EXPORT char* json_encode(const T& record) {
     json_object* tree = jsonEncoder<T>::encode_nulldata(record, nullptr);
     if (tree == nullptr) {
         return nullptr;

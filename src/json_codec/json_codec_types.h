@@ -3,6 +3,10 @@
 #ifndef JSON_CODEC_TYPES_H
 #define JSON_CODEC_TYPES_H
 
+// The module exports the codec's instances for its records (weak), like its other template
+// instances; the helpers behind them stay hidden.
+#define VKS_CODEC_EXPORT __attribute__((visibility("default")))
+
 // The JSON form of one member's value.
 enum JSON_FORMAT_TYPE_E {
     JSON_FORMAT_DEFAULT = 0,      // by member kind: number, text, nested object or array
@@ -13,10 +17,10 @@ enum JSON_FORMAT_TYPE_E {
 
 // Allocation policies handed to decoding. No record in the system needs one: decoding writes into
 // fixed-layout members only.
-struct NullAlloc {
+struct VKS_CODEC_EXPORT NullAlloc {
     void* operator()(unsigned long /*size*/, void* /*ctx*/) const { return nullptr; }
 };
-struct NullDealloc {
+struct VKS_CODEC_EXPORT NullDealloc {
     void operator()(void* /*block*/, void* /*ctx*/) const {}
 };
 
@@ -27,11 +31,11 @@ struct jsonMembers;
 
 // Record to JSON tree: static json_object* encode_nulldata(const T&, void* ctx).
 template <typename T>
-struct jsonEncoder;
+struct VKS_CODEC_EXPORT jsonEncoder;
 
 // JSON object merged into a record: static int decode(json_object*, void* ctx, T&, Alloc, Dealloc,
 // JSON_FORMAT_TYPE_E).
 template <typename T, typename Alloc = NullAlloc, typename Dealloc = NullDealloc>
-struct jsonDecoder;
+struct VKS_CODEC_EXPORT jsonDecoder;
 
 #endif
