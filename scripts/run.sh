@@ -81,4 +81,9 @@ CURLS
 while kill -0 "$server_pid" 2>/dev/null && kill -0 "$emulator_pid" 2>/dev/null; do
   sleep 1
 done
-echo "run: a daemon ended on its own; see $demo/*.log" >&2
+# Ctrl-C in the terminal reaches the daemons as well: they stop cleanly with status 0. Any other
+# status means a daemon ended on its own.
+status=0
+wait "$server_pid" || status=$?
+wait "$emulator_pid" || status=$?
+[ "$status" -eq 0 ] || echo "run: a daemon ended on its own (status $status); see $demo/*.log" >&2
