@@ -14,10 +14,10 @@
 #define DXMP_HDR_STATUS 6        // 16-bit status of a reply (200 = handled)
 #define DXMP_FIXED_HEADER_LEN 16
 
-#define DXMP_HDR_MAGIC0 0          // 'D'
-#define DXMP_HDR_MAGIC1 1          // 'X'
-#define DXMP_HDR_FRAME_LEN 8       // 32-bit little-endian length of the whole frame, fixed header included
-#define DXMP_HDR_ITEM_COUNT 12     // 16-bit little-endian number of header items
+#define DXMP_HDR_MAGIC0 0       // 'D'
+#define DXMP_HDR_MAGIC1 1       // 'X'
+#define DXMP_HDR_FRAME_LEN 8    // 32-bit little-endian length of the whole frame, fixed header included
+#define DXMP_HDR_ITEM_COUNT 12  // 16-bit little-endian number of header items
 #define DXMP_MAX_FRAME_LEN (1u << 20)  // frames declaring more are refused, never allocated
 #define DXMP_MAX_ITEMS 64
 
@@ -25,10 +25,10 @@
 #define DXMP_METHOD_PUT 3
 
 // Header item types used by the multi-task application.
-#define DXMP_ITEM_RESULT 0xB001         // 4-byte result code of a reply
-#define DXMP_ITEM_CHANNEL_ID 0xB002     // 8-byte channel identifier
-#define DXMP_ITEM_ENABLE_LIST_REQ 0xB010 // request block of the task-mode enable list
-#define DXMP_ITEM_CHANNEL_GROUP 0xB011  // 4-byte channel group
+#define DXMP_ITEM_RESULT 0xB001           // 4-byte result code of a reply
+#define DXMP_ITEM_CHANNEL_ID 0xB002       // 8-byte channel identifier
+#define DXMP_ITEM_ENABLE_LIST_REQ 0xB010  // request block of the task-mode enable list
+#define DXMP_ITEM_CHANNEL_GROUP 0xB011    // 4-byte channel group
 
 // A message is opaque except for its first member, the address of its fixed header
 // (DXMP_FIXED_HEADER_LEN bytes, see docs/dxmp-wire-format.md).
@@ -40,7 +40,7 @@ typedef struct dxmp_message {
 extern "C" {
 #endif
 
-dxmp_message* dxmp_message_new(int flags);  // one reference; null when out of memory
+dxmp_message* dxmp_message_new(int flags);          // one reference; null when out of memory
 dxmp_message* dxmp_message_get(dxmp_message* msg);  // takes another reference, returns msg
 void dxmp_message_put(dxmp_message* msg);           // drops one reference; the last frees it
 

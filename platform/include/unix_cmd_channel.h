@@ -49,8 +49,8 @@ static_assert(offsetof(MSG_DATA, szPath) == 408, "MSG_DATA szPath");
 // owned by the caller from then on; on failure *out is left unchanged. The block is as long as the
 // record the peer's reply carries (16 bytes for 22025, 64 for 7037). Results: the peer's result,
 // 1 for a null handle, body or out, -1 when the exchange failed (no peer, time-out, bad frame).
-VW_RESULT_TYPE GetCommon(tagHTTP_HEADER_S* header, tagUNIX_SOCKET_S* sock, VW_CMD_TYPE cmd, vwCmdBody const* body,
-                         void** out, unsigned long long reserved, char const* tag);
+VW_RESULT_TYPE GetCommon(tagHTTP_HEADER_S* header, tagUNIX_SOCKET_S* sock, VW_CMD_TYPE cmd,
+                         vwCmdBody const* body, void** out, unsigned long long reserved, char const* tag);
 // Writes a record of length bytes (at most VW_CMD_BODY_LEN). Results as for GetCommon.
 VW_RESULT_TYPE SetCommon(tagHTTP_HEADER_S* header, void* data, unsigned int length, tagUNIX_SOCKET_S* sock,
                          VW_CMD_TYPE cmd, unsigned long long reserved, char const* tag);

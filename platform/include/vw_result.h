@@ -12,9 +12,9 @@ enum {
     VW_SUCCESS = 0,
     VW_FAILED = -1,
     VW_INVALID_PARAM = 1,
-    VW_PARAM_ERROR = 4,       // required query parameter missing or body not decodable
-    VW_MEMORY_ERROR = 18,     // record or buffer not allocated, or record of the wrong length
-    VW_SERVICE_NOT_EXIST = 31 // the service file does not exist
+    VW_PARAM_ERROR = 4,        // required query parameter missing or body not decodable
+    VW_MEMORY_ERROR = 18,      // record or buffer not allocated, or record of the wrong length
+    VW_SERVICE_NOT_EXIST = 31  // the service file does not exist
 };
 
 #endif

@@ -45,8 +45,10 @@ int FormatCommonStatus(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, tagHTTP_
 // Writes the body of a GET. Modules instantiate it for their records (zkapi_business_common.h); the
 // host provides the instance for a runOut that holds a NUL-terminated text.
 template <typename T>
-__attribute__((visibility("default"))) int FormatCommonResponse(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, tagHTTP_CNTENT_INTER_S* ctIn,
-                         tagHTTP_BUF_S* buf);
+__attribute__((visibility("default"))) int FormatCommonResponse(tagHTTP_HEADER_S* header,
+                                                                VW_RESULT_TYPE result,
+                                                                tagHTTP_CNTENT_INTER_S* ctIn,
+                                                                tagHTTP_BUF_S* buf);
 template <>
 int FormatCommonResponse<char*>(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, tagHTTP_CNTENT_INTER_S* ctIn,
                                 tagHTTP_BUF_S* buf);

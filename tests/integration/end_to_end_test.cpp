@@ -75,7 +75,8 @@ TEST_F(EndToEnd, BothTaskModeCountsAreServed) {
         const char* resource;
         const char* body;
     } cases[] = {
-        {"MultiTaskAppTaskModesAvailableList", "{\"faceDetection\": 4, \"vhdDetection\": 2, \"vhdFaceMode\": 1}"},
+        {"MultiTaskAppTaskModesAvailableList",
+         "{\"faceDetection\": 4, \"vhdDetection\": 2, \"vhdFaceMode\": 1}"},
         {"MultiTaskAppTaskModesCapacity", "{\"faceDetect\": 8, \"vhdDetect\": 4, \"vhdFaceDetect\": 2}"},
     };
     for (const auto& c : cases) {

@@ -2,9 +2,13 @@
 
 namespace vks_test {
 
-LogCapture::LogCapture() { VW_SetLogSink(&LogCapture::OnDebug, &LogCapture::OnOpLog, this); }
+LogCapture::LogCapture() {
+    VW_SetLogSink(&LogCapture::OnDebug, &LogCapture::OnOpLog, this);
+}
 
-LogCapture::~LogCapture() { VW_SetLogSink(nullptr, nullptr, nullptr); }
+LogCapture::~LogCapture() {
+    VW_SetLogSink(nullptr, nullptr, nullptr);
+}
 
 void LogCapture::OnDebug(const VW_LOG_LINE_S* line, void* ctx) {
     auto* self = static_cast<LogCapture*>(ctx);

@@ -59,10 +59,12 @@ const char* const kExportedNames[] = {
     "_ZN9SingletonI16ServiceInterfaceE11GetInstanceEv",
     "_ZZN9SingletonI16ServiceInterfaceE11GetInstanceEvE10m_Instance",
     // Codec and envelope instances: a GET writer, the envelope's encoder, a settings decoder.
-    "_Z20FormatCommonResponseI19_VW_AvailableList_SEiP16tagHTTP_HEADER_SiP22tagHTTP_CNTENT_INTER_SP13tagHTTP_BUF_S",
+    "_Z20FormatCommonResponseI19_VW_AvailableList_SEiP16tagHTTP_HEADER_SiP22tagHTTP_CNTENT_INTER_SP13tagHTTP_"
+    "BUF_S",
     "_Z11json_encodeI14ZKAPI_RESPONSEEPcRKT_",
     "_Z11ParseCommonI19HistoryRecordSwitchEiP16tagHTTP_HEADER_SP13tagHTTP_BUF_SP22tagHTTP_CNTENT_INTER_S",
-    "_ZN11jsonDecoderI19HistoryRecordSwitch9NullAlloc11NullDeallocE6decodeEP11json_objectPvRS0_S1_S2_18JSON_FORMAT_TYPE_E",
+    "_ZN11jsonDecoderI19HistoryRecordSwitch9NullAlloc11NullDeallocE6decodeEP11json_objectPvRS0_S1_S2_18JSON_"
+    "FORMAT_TYPE_E",
 };
 
 class ModuleHandle {

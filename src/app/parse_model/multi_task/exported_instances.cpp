@@ -8,10 +8,10 @@
 
 template class Singleton<ServiceInterface>;
 
-template VW_RESULT_TYPE ProcMsg_Get<_VW_AvailableList_S>(tagHTTP_CNTENT_INTER_S*, unsigned short, unsigned char,
-                                                         unsigned short, unsigned long long);
-template VW_RESULT_TYPE ProcMsg_Get<_VW_CapacityList_S>(tagHTTP_CNTENT_INTER_S*, unsigned short, unsigned char,
-                                                        unsigned short, unsigned long long);
+template VW_RESULT_TYPE ProcMsg_Get<_VW_AvailableList_S>(tagHTTP_CNTENT_INTER_S*, unsigned short,
+                                                         unsigned char, unsigned short, unsigned long long);
+template VW_RESULT_TYPE ProcMsg_Get<_VW_CapacityList_S>(tagHTTP_CNTENT_INTER_S*, unsigned short,
+                                                        unsigned char, unsigned short, unsigned long long);
 template VW_RESULT_TYPE ProcMsg_Get<_FaceRecPopUpPara>(tagHTTP_CNTENT_INTER_S*, unsigned short, unsigned char,
                                                        unsigned short, unsigned long long);
 template VW_RESULT_TYPE ProcMsg_Get<_VW_TasksEnableList_S>(tagHTTP_CNTENT_INTER_S*, unsigned short,
@@ -20,9 +20,9 @@ template VW_RESULT_TYPE ProcMsg_Put<_FaceRecPopUpPara>(tagHTTP_CNTENT_INTER_S*, 
                                                        unsigned short, unsigned long long);
 template VW_RESULT_TYPE ParseMsg<_FaceRecPopUpPara>(tagHTTP_CNTENT_INTER_S*, tagHTTP_BUF_S*);
 
-#define VKS_RESPONSE_INSTANCES(T)                                                                   \
-    template char* json_encode<T>(const T&);                                                        \
-    template struct jsonEncoder<T>;                                                                 \
+#define VKS_RESPONSE_INSTANCES(T)                                                                    \
+    template char* json_encode<T>(const T&);                                                         \
+    template struct jsonEncoder<T>;                                                                  \
     template int FormatCommonResponse<T>(tagHTTP_HEADER_S*, VW_RESULT_TYPE, tagHTTP_CNTENT_INTER_S*, \
                                          tagHTTP_BUF_S*);
 
@@ -36,8 +36,8 @@ VKS_RESPONSE_INSTANCES(VW_FACE_RECOGNITION_DL_METADATA_FILTER_PARA)
 template char* json_encode<ZKAPI_RESPONSE>(const ZKAPI_RESPONSE&);
 template struct jsonEncoder<ZKAPI_RESPONSE>;
 
-#define VKS_SETTINGS_INSTANCES(T)                                                         \
-    template struct jsonDecoder<T, NullAlloc, NullDealloc>;                               \
+#define VKS_SETTINGS_INSTANCES(T)                           \
+    template struct jsonDecoder<T, NullAlloc, NullDealloc>; \
     template VW_RESULT_TYPE ParseCommon<T>(tagHTTP_HEADER_S*, tagHTTP_BUF_S*, tagHTTP_CNTENT_INTER_S*);
 
 VKS_SETTINGS_INSTANCES(HistoryRecordSwitch)

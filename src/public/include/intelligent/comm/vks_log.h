@@ -21,8 +21,8 @@ extern "C" int g_enITGTDebugFlag;
     VW_WriteLog(VKS_LOG_MODULE, (level), g_enDebugFlag, 0, (file), __LINE__, __VA_ARGS__)
 
 // One operation-log line: written twice, first to destination 2, then to 1.
-#define VKS_OPLOG(english, chinese, ...)                                       \
-    do {                                                                       \
+#define VKS_OPLOG(english, chinese, ...)                                           \
+    do {                                                                           \
         VW_WriteLanguageLog(2, VKS_LOG_MODULE, (english), (chinese), __VA_ARGS__); \
         VW_WriteLanguageLog(1, VKS_LOG_MODULE, (english), (chinese), __VA_ARGS__); \
     } while (0)

@@ -31,8 +31,8 @@ char* ResponseText(tagHTTP_HEADER_S* pstHeader, VW_RESULT_TYPE result,
 
 // 0 when the body was handed to Copy2Buf, -1 otherwise. Only -1 from Copy2Buf is a refusal.
 template <typename T>
-VKS_CODEC_EXPORT int FormatCommonResponse(tagHTTP_HEADER_S* pstHeader, VW_RESULT_TYPE result, tagHTTP_CNTENT_INTER_S* pstCtInt,
-                         tagHTTP_BUF_S* pstBuf) {
+VKS_CODEC_EXPORT int FormatCommonResponse(tagHTTP_HEADER_S* pstHeader, VW_RESULT_TYPE result,
+                                          tagHTTP_CNTENT_INTER_S* pstCtInt, tagHTTP_BUF_S* pstBuf) {
     // A buffer without Copy2Buf cannot take a body: treated like a missing buffer.
     if (pstHeader == nullptr || pstCtInt == nullptr || pstBuf == nullptr || pstBuf->Copy2Buf == nullptr) {
         ZKAPI_LOG(VKS_SRC_BUSINESS_COMMON, VKS_LOG_ERROR,
@@ -62,7 +62,7 @@ VKS_CODEC_EXPORT int FormatCommonResponse(tagHTTP_HEADER_S* pstHeader, VW_RESULT
 // Without a record in preProcOut there is nothing to merge into: an invalid argument.
 template <typename T>
 VKS_CODEC_EXPORT VW_RESULT_TYPE ParseCommon(tagHTTP_HEADER_S* pstHeader, tagHTTP_BUF_S* pstHttpContent,
-                           tagHTTP_CNTENT_INTER_S* pstCtIn) {
+                                            tagHTTP_CNTENT_INTER_S* pstCtIn) {
     if (pstHeader == nullptr || pstHttpContent == nullptr || pstCtIn == nullptr ||
         pstCtIn->preProcOut == nullptr) {
         ZKAPI_LOG(VKS_SRC_BUSINESS_COMMON, VKS_LOG_ERROR,
