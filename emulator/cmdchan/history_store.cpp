@@ -1,7 +1,10 @@
 #include "history_store.h"
 
-#include <sqlite3.h>
 #include <stdio.h>
+
+#include <utility>
+
+#include "state_db.h"
 
 namespace cmdchan {
 namespace {
@@ -24,177 +27,164 @@ const char kSchema[] =
 
 const int kDemoRecords = 24;
 
-struct StmtCloser {
-    void operator()(sqlite3_stmt* stmt) const { sqlite3_finalize(stmt); }
-};
-using Stmt = std::unique_ptr<sqlite3_stmt, StmtCloser>;
-
-void BindFilter(sqlite3_stmt* stmt, const HistoryFilter& f) {
-    sqlite3_bind_text(stmt, 1, f.startTime.c_str(), -1, SQLITE_TRANSIENT);
-    sqlite3_bind_text(stmt, 2, f.endTime.c_str(), -1, SQLITE_TRANSIENT);
-    sqlite3_bind_int64(stmt, 3, static_cast<sqlite3_int64>(f.channelId));
-    sqlite3_bind_int64(stmt, 4, f.databaseType);
-    sqlite3_bind_int64(stmt, 5, f.firstAttri);
-    sqlite3_bind_int64(stmt, 6, f.secondAttri);
-    sqlite3_bind_int64(stmt, 7, static_cast<sqlite3_int64>(f.libId));
+// Ids are 64-bit unsigned on the wire; SQLite keeps them as the signed integer of the same bits.
+int64_t Signed(uint64_t value) {
+    return static_cast<int64_t>(value);
 }
 
-std::string Text(sqlite3_stmt* stmt, int col) {
-    const unsigned char* text = sqlite3_column_text(stmt, col);
-    return text != nullptr ? reinterpret_cast<const char*>(text) : "";
+void BindFilter(vks_state::Statement& stmt, const HistoryFilter& f) {
+    stmt.Bind(1, f.startTime)
+        .Bind(2, f.endTime)
+        .Bind(3, Signed(f.channelId))
+        .Bind(4, int64_t{f.databaseType})
+        .Bind(5, int64_t{f.firstAttri})
+        .Bind(6, int64_t{f.secondAttri})
+        .Bind(7, Signed(f.libId));
 }
 
-HistoryRow ReadRow(sqlite3_stmt* stmt) {
+HistoryRow ReadRow(const vks_state::Statement& stmt) {
     HistoryRow row;
-    row.recordId = sqlite3_column_int64(stmt, 0);
-    row.snapTime = Text(stmt, 1);
-    row.channelId = static_cast<uint64_t>(sqlite3_column_int64(stmt, 2));
-    row.databaseType = static_cast<uint32_t>(sqlite3_column_int64(stmt, 3));
-    row.firstAttri = static_cast<uint32_t>(sqlite3_column_int64(stmt, 4));
-    row.secondAttri = static_cast<uint32_t>(sqlite3_column_int64(stmt, 5));
-    row.libId = static_cast<uint64_t>(sqlite3_column_int64(stmt, 6));
-    row.name = Text(stmt, 7);
-    row.matchRate = static_cast<uint32_t>(sqlite3_column_int64(stmt, 8));
+    row.recordId = stmt.Int64(0);
+    row.snapTime = stmt.Text(1);
+    row.channelId = static_cast<uint64_t>(stmt.Int64(2));
+    row.databaseType = static_cast<uint32_t>(stmt.Int64(3));
+    row.firstAttri = static_cast<uint32_t>(stmt.Int64(4));
+    row.secondAttri = static_cast<uint32_t>(stmt.Int64(5));
+    row.libId = static_cast<uint64_t>(stmt.Int64(6));
+    row.name = stmt.Text(7);
+    row.matchRate = static_cast<uint32_t>(stmt.Int64(8));
     return row;
+}
+
+// Runs a statement that returns no rows; false with its error in *error.
+bool Run(vks_state::Statement& stmt, std::string* error) {
+    if (stmt.Step() || !stmt.Ok()) {
+        *error = stmt.Ok() ? "unexpected row" : stmt.Error();
+        return false;
+    }
+    return true;
 }
 
 }  // namespace
 
+Store::Store(std::unique_ptr<vks_state::Database> db) : db_(std::move(db)) {}
+
+Store::~Store() = default;
+
 std::unique_ptr<Store> Store::Open(const std::string& path, std::string* error) {
-    std::unique_ptr<Store> store(new Store);
-    if (sqlite3_open(path.c_str(), &store->db_) != SQLITE_OK) {
-        *error = "open " + path + ": " + sqlite3_errmsg(store->db_);
+    std::unique_ptr<vks_state::Database> db = vks_state::Database::Open(path, kSchema, error);
+    if (!db) {
         return nullptr;
     }
-    sqlite3_busy_timeout(store->db_, 5000);
-    if (!store->Exec("PRAGMA journal_mode=WAL;") || !store->Exec(kSchema) || !store->Seed()) {
-        *error = "prepare " + path + ": " + sqlite3_errmsg(store->db_);
+    std::unique_ptr<Store> store(new Store(std::move(db)));
+    if (!store->Seed(error)) {
+        *error = "seed " + path + ": " + *error;
         return nullptr;
     }
     return store;
 }
 
-Store::~Store() {
-    sqlite3_close(db_);
-}
-
-bool Store::Exec(const char* sql) {
-    return sqlite3_exec(db_, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
-}
-
-sqlite3_stmt* Store::Prepare(const char* sql) {
-    sqlite3_stmt* stmt = nullptr;
-    sqlite3_prepare_v2(db_, sql, -1, &stmt, nullptr);
-    return stmt;
-}
-
 // Demo records on first start only: once seeded, deleting them all stays deleted across restarts.
-bool Store::Seed() {
-    Stmt seeded(Prepare("INSERT OR IGNORE INTO cmd_meta (key, value) VALUES ('history_seeded', '1')"));
-    if (!seeded || sqlite3_step(seeded.get()) != SQLITE_DONE) {
+bool Store::Seed(std::string* error) {
+    vks_state::Statement seeded(*db_,
+                                "INSERT OR IGNORE INTO cmd_meta (key, value) VALUES ('history_seeded', '1')");
+    if (!Run(seeded, error)) {
         return false;
     }
-    if (sqlite3_changes(db_) == 0) {
+    if (db_->Changes() == 0) {
         return true;
     }
-    Stmt insert(Prepare(
-        "INSERT INTO cmd_history_records (snap_time, channel_id, database_type, first_attri, second_attri,"
-        " lib_id, person_name, match_rate) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)"));
-    if (!insert || !Exec("BEGIN")) {
+    if (db_->Exec("BEGIN", error) != 0) {
         return false;
     }
+    if (!InsertDemoRecords(error)) {
+        std::string ignored;
+        db_->Exec("ROLLBACK", &ignored);
+        return false;
+    }
+    return db_->Exec("COMMIT", error) == 0;
+}
+
+bool Store::InsertDemoRecords(std::string* error) {
+    vks_state::Statement insert(
+        *db_,
+        "INSERT INTO cmd_history_records (snap_time, channel_id, database_type, first_attri, second_attri,"
+        " lib_id, person_name, match_rate) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)");
     for (int i = 0; i < kDemoRecords; ++i) {
         char time[32];
         char name[32];
         snprintf(time, sizeof(time), "2024-05-01T%02d:%02d:00", 8 + i / 2, (i % 2) * 30);
         snprintf(name, sizeof(name), "Person %02d", i + 1);
-        sqlite3_reset(insert.get());
-        sqlite3_bind_text(insert.get(), 1, time, -1, SQLITE_TRANSIENT);
-        sqlite3_bind_int64(insert.get(), 2, 101 + i % 2);
-        sqlite3_bind_int64(insert.get(), 3, i % 3 == 2 ? 2 : 1);
-        sqlite3_bind_int64(insert.get(), 4, 1 + i % 2);
-        sqlite3_bind_int64(insert.get(), 5, i % 4);
-        sqlite3_bind_int64(insert.get(), 6, 1 + i % 3);
-        sqlite3_bind_text(insert.get(), 7, name, -1, SQLITE_TRANSIENT);
-        sqlite3_bind_int64(insert.get(), 8, 80 + i % 20);
-        if (sqlite3_step(insert.get()) != SQLITE_DONE) {
-            Exec("ROLLBACK");
+        insert.Reset();
+        insert.Bind(1, std::string(time))
+            .Bind(2, int64_t{101 + i % 2})
+            .Bind(3, int64_t{i % 3 == 2 ? 2 : 1})
+            .Bind(4, int64_t{1 + i % 2})
+            .Bind(5, int64_t{i % 4})
+            .Bind(6, int64_t{1 + i % 3})
+            .Bind(7, std::string(name))
+            .Bind(8, int64_t{80 + i % 20});
+        if (!Run(insert, error)) {
             return false;
         }
     }
-    return Exec("COMMIT");
+    return true;
 }
 
 int Store::GetSetting(int cmd, uint64_t channelId, std::vector<unsigned char>* record) {
-    Stmt stmt(Prepare("SELECT record FROM cmd_settings WHERE cmd = ?1 AND channel_id = ?2"));
-    if (!stmt) {
-        return -1;
+    vks_state::Statement stmt(*db_, "SELECT record FROM cmd_settings WHERE cmd = ?1 AND channel_id = ?2");
+    stmt.Bind(1, int64_t{cmd}).Bind(2, Signed(channelId));
+    if (!stmt.Step()) {
+        return stmt.Ok() ? 0 : -1;
     }
-    sqlite3_bind_int64(stmt.get(), 1, cmd);
-    sqlite3_bind_int64(stmt.get(), 2, static_cast<sqlite3_int64>(channelId));
-    int rc = sqlite3_step(stmt.get());
-    if (rc == SQLITE_DONE) {
-        return 0;
-    }
-    if (rc != SQLITE_ROW) {
-        return -1;
-    }
-    const unsigned char* blob = static_cast<const unsigned char*>(sqlite3_column_blob(stmt.get(), 0));
-    record->assign(blob, blob + sqlite3_column_bytes(stmt.get(), 0));
+    *record = stmt.Blob(0);
     return 1;
 }
 
 bool Store::PutSetting(int cmd, uint64_t channelId, const std::vector<unsigned char>& record) {
-    Stmt stmt(Prepare("INSERT OR REPLACE INTO cmd_settings (cmd, channel_id, record) VALUES (?1, ?2, ?3)"));
-    if (!stmt) {
-        return false;
-    }
-    sqlite3_bind_int64(stmt.get(), 1, cmd);
-    sqlite3_bind_int64(stmt.get(), 2, static_cast<sqlite3_int64>(channelId));
-    sqlite3_bind_blob(stmt.get(), 3, record.data(), static_cast<int>(record.size()), SQLITE_TRANSIENT);
-    return sqlite3_step(stmt.get()) == SQLITE_DONE;
+    vks_state::Statement stmt(
+        *db_, "INSERT OR REPLACE INTO cmd_settings (cmd, channel_id, record) VALUES (?1, ?2, ?3)");
+    stmt.Bind(1, int64_t{cmd}).Bind(2, Signed(channelId)).Bind(3, record.data(), record.size());
+    std::string error;
+    return Run(stmt, &error);
 }
 
 bool Store::Query(const HistoryFilter& filter, uint32_t startIndex, uint32_t count,
                   std::vector<HistoryRow>* rows, long long* total) {
-    Stmt counter(Prepare("SELECT COUNT(*) FROM cmd_history_records" CMD_HISTORY_WHERE));
-    Stmt page(Prepare(
+    // The count stays stopped on its row until the page is read: both share one read transaction, so
+    // the total and the page agree even while another connection deletes.
+    vks_state::Statement counter(*db_, "SELECT COUNT(*) FROM cmd_history_records" CMD_HISTORY_WHERE);
+    BindFilter(counter, filter);
+    if (!counter.Step()) {
+        return false;
+    }
+    *total = counter.Int64(0);
+    vks_state::Statement page(
+        *db_,
         "SELECT id, snap_time, channel_id, database_type, first_attri, second_attri, lib_id, person_name,"
         " match_rate FROM cmd_history_records" CMD_HISTORY_WHERE
-        " ORDER BY snap_time, id LIMIT ?8 OFFSET ?9"));
-    if (!counter || !page) {
-        return false;
-    }
-    BindFilter(counter.get(), filter);
-    if (sqlite3_step(counter.get()) != SQLITE_ROW) {
-        return false;
-    }
-    *total = sqlite3_column_int64(counter.get(), 0);
-    BindFilter(page.get(), filter);
-    sqlite3_bind_int64(page.get(), 8, count);
-    sqlite3_bind_int64(page.get(), 9, startIndex);
+        " ORDER BY snap_time, id LIMIT ?8 OFFSET ?9");
+    BindFilter(page, filter);
+    page.Bind(8, int64_t{count}).Bind(9, int64_t{startIndex});
     rows->clear();
-    int rc;
-    while ((rc = sqlite3_step(page.get())) == SQLITE_ROW) {
-        rows->push_back(ReadRow(page.get()));
+    while (page.Step()) {
+        rows->push_back(ReadRow(page));
     }
-    return rc == SQLITE_DONE;
+    return page.Ok();
 }
 
 long long Store::Delete(const std::string& startTime, const std::string& endTime, bool all) {
-    Stmt stmt(Prepare(all ? "DELETE FROM cmd_history_records"
-                          : "DELETE FROM cmd_history_records WHERE snap_time >= ?1 AND snap_time <= ?2"));
-    if (!stmt) {
-        return -1;
-    }
+    vks_state::Statement stmt(
+        *db_, all ? "DELETE FROM cmd_history_records"
+                  : "DELETE FROM cmd_history_records WHERE snap_time >= ?1 AND snap_time <= ?2");
     if (!all) {
-        sqlite3_bind_text(stmt.get(), 1, startTime.c_str(), -1, SQLITE_TRANSIENT);
-        sqlite3_bind_text(stmt.get(), 2, endTime.c_str(), -1, SQLITE_TRANSIENT);
+        stmt.Bind(1, startTime).Bind(2, endTime);
     }
-    if (sqlite3_step(stmt.get()) != SQLITE_DONE) {
+    std::string error;
+    if (!Run(stmt, &error)) {
         return -1;
     }
-    return sqlite3_changes(db_);
+    return db_->Changes();
 }
 
 }  // namespace cmdchan

@@ -10,8 +10,9 @@
 #include <string>
 #include <vector>
 
-struct sqlite3;
-struct sqlite3_stmt;
+namespace vks_state {
+class Database;
+}
 
 namespace cmdchan {
 
@@ -57,12 +58,11 @@ public:
     long long Delete(const std::string& startTime, const std::string& endTime, bool all);
 
 private:
-    Store() = default;
-    bool Exec(const char* sql);
-    sqlite3_stmt* Prepare(const char* sql);
-    bool Seed();
+    explicit Store(std::unique_ptr<vks_state::Database> db);
+    bool Seed(std::string* error);
+    bool InsertDemoRecords(std::string* error);
 
-    sqlite3* db_ = nullptr;
+    std::unique_ptr<vks_state::Database> db_;
 };
 
 }  // namespace cmdchan

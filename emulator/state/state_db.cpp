@@ -46,6 +46,10 @@ int Database::Exec(const std::string& sql, std::string* error) {
     return 0;
 }
 
+int64_t Database::Changes() const {
+    return sqlite3_changes(db_);
+}
+
 Statement::Statement(Database& db, const std::string& sql) : db_(db.Handle()) {
     if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &stmt_, nullptr) != SQLITE_OK) {
         error_ = sqlite3_errmsg(db_);
@@ -65,6 +69,16 @@ Statement& Statement::Bind(int index, int64_t value) {
 
 Statement& Statement::Bind(int index, const std::string& value) {
     if (Ok() && sqlite3_bind_text(stmt_, index, value.c_str(), -1, SQLITE_TRANSIENT) != SQLITE_OK) {
+        error_ = sqlite3_errmsg(db_);
+    }
+    return *this;
+}
+
+Statement& Statement::Bind(int index, const void* data, size_t size) {
+    // SQLite takes a null pointer for NULL, so an empty blob needs some non-null address.
+    static const unsigned char kEmpty = 0;
+    const void* bytes = size == 0 ? &kEmpty : data;
+    if (Ok() && sqlite3_bind_blob64(stmt_, index, bytes, size, SQLITE_TRANSIENT) != SQLITE_OK) {
         error_ = sqlite3_errmsg(db_);
     }
     return *this;
@@ -91,6 +105,13 @@ int64_t Statement::Int64(int column) const {
 std::string Statement::Text(int column) const {
     const unsigned char* text = sqlite3_column_text(stmt_, column);
     return text != nullptr ? reinterpret_cast<const char*>(text) : "";
+}
+
+std::vector<unsigned char> Statement::Blob(int column) const {
+    // The pointer first, then the size: fetching the blob may convert the value and change its size.
+    const unsigned char* blob = static_cast<const unsigned char*>(sqlite3_column_blob(stmt_, column));
+    int size = sqlite3_column_bytes(stmt_, column);
+    return blob != nullptr ? std::vector<unsigned char>(blob, blob + size) : std::vector<unsigned char>();
 }
 
 void Statement::Reset() {

@@ -3,9 +3,11 @@
 #ifndef VKS_STATE_DB_H
 #define VKS_STATE_DB_H
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -27,6 +29,8 @@ public:
 
     // Runs one or more statements without results: 0, or -1 with the reason in *error.
     int Exec(const std::string& sql, std::string* error);
+    // Rows the last finished INSERT, UPDATE or DELETE of this connection changed.
+    int64_t Changes() const;
     sqlite3* Handle() const { return db_; }
 
 private:
@@ -46,10 +50,13 @@ public:
     const std::string& Error() const { return error_; }
     Statement& Bind(int index, int64_t value);
     Statement& Bind(int index, const std::string& value);
+    // A blob of size bytes, copied; an empty blob is stored as a zero-length blob, not NULL.
+    Statement& Bind(int index, const void* data, size_t size);
     // true while a row is there; false when done or failed (then Ok() is false).
     bool Step();
     int64_t Int64(int column) const;
     std::string Text(int column) const;
+    std::vector<unsigned char> Blob(int column) const;
     void Reset();
 
 private:

@@ -2,6 +2,7 @@
 #include <stdlib.h>
 
 #include <filesystem>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -43,6 +44,44 @@ TEST_F(StateDbTest, OpensInWalModeCreatingItsDirectoryAndRunsTheSchema) {
     ASSERT_TRUE(query.Step());
     EXPECT_EQ(-5, query.Int64(0));
     EXPECT_EQ("five", query.Text(1));
+}
+
+TEST_F(StateDbTest, BlobsKeepEveryByteAndEmptyBlobsAreNotNull) {
+    std::string error;
+    auto db =
+        vks_state::Database::Open(dir_ + "/b.db", "CREATE TABLE b (k INTEGER, v BLOB NOT NULL);", &error);
+    ASSERT_NE(nullptr, db) << error;
+    // Zero bytes and high bytes are where a text path would cut or mangle the record.
+    const std::vector<unsigned char> bytes = {0x00, 0xff, 0x41, 0x00, 0x80, 0x7f};
+    vks_state::Statement insert(*db, "INSERT INTO b VALUES (?, ?)");
+    EXPECT_FALSE(insert.Bind(1, int64_t{1}).Bind(2, bytes.data(), bytes.size()).Step());
+    insert.Reset();
+    EXPECT_FALSE(insert.Bind(1, int64_t{2}).Bind(2, nullptr, 0).Step());
+    ASSERT_TRUE(insert.Ok()) << insert.Error();
+
+    vks_state::Statement query(*db, "SELECT v, typeof(v) FROM b ORDER BY k");
+    ASSERT_TRUE(query.Step());
+    EXPECT_EQ(bytes, query.Blob(0));
+    EXPECT_EQ("blob", query.Text(1));
+    ASSERT_TRUE(query.Step());
+    EXPECT_TRUE(query.Blob(0).empty());
+    EXPECT_EQ("blob", query.Text(1));
+    EXPECT_FALSE(query.Step());
+    EXPECT_TRUE(query.Ok()) << query.Error();
+}
+
+TEST_F(StateDbTest, ChangesCountsTheRowsTheLastStatementTouched) {
+    std::string error;
+    auto db = vks_state::Database::Open(dir_ + "/c.db", "CREATE TABLE t (k INTEGER);", &error);
+    ASSERT_NE(nullptr, db) << error;
+    ASSERT_EQ(0, db->Exec("INSERT INTO t VALUES (1), (2), (3), (4);", &error)) << error;
+    EXPECT_EQ(4, db->Changes());
+    vks_state::Statement remove(*db, "DELETE FROM t WHERE k > ?");
+    EXPECT_FALSE(remove.Bind(1, int64_t{1}).Step());
+    EXPECT_EQ(3, db->Changes());
+    remove.Reset();
+    EXPECT_FALSE(remove.Bind(1, int64_t{10}).Step());
+    EXPECT_EQ(0, db->Changes());
 }
 
 TEST_F(StateDbTest, ErrorsCarryTheirText) {
