@@ -159,6 +159,8 @@ TEST_F(HistoryTest, FailuresGiveTheirResultAndTheFailPair) {
     const FailCase cases[] = {
         {"service result", 5, "x.json", 5, "[ZKAPI]:RestSendSynUnixMsg Result[5] is not match 0"},
         {"path does not resolve", 0, "missing.json", 1, "[ZKAPI]:get face list path failed!"},
+        // The channel's own socket resolves but cannot be opened as a file.
+        {"size not available", 0, "cmd.sock", 1, "[ZKAPI]:get file size fail:-1"},
     };
     for (const FailCase& c : cases) {
         SCOPED_TRACE(c.name);
@@ -173,7 +175,11 @@ TEST_F(HistoryTest, FailuresGiveTheirResultAndTheFailPair) {
         EXPECT_EQ(
             0u, log.OpLog()[0].english.find("admin[10.0.0.7:51234] Get History Record fail. StartIndex: 2"));
         EXPECT_EQ(0u, log.OpLog()[1].chinese.find("admin[10.0.0.7:51234] 获取历史记录失败. 起始索引: 2"));
+        EXPECT_EQ(2, log.OpLog()[0].dest);
+        EXPECT_EQ(1, log.OpLog()[1].dest);
     }
+    EXPECT_TRUE(log.Has(3, "[ZKAPI]:Get file size, fopen " + sock + " err:No such device or address"));
+    EXPECT_TRUE(cmdtest::FileExists(sock));
 }
 
 TEST_F(HistoryTest, NoReplyFailsWithOne) {

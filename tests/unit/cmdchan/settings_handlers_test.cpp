@@ -253,4 +253,48 @@ TEST_F(SettingsTest, NullArgumentsUseTheirHandlersForm) {
     EXPECT_TRUE(peer.Requests().empty());
 }
 
+// Sets both debug switches to values of their own for one test, and puts them back.
+class SwitchedFlags {
+public:
+    SwitchedFlags() : module_(g_enITGTDebugFlag), host_(g_enDebugFlag) {
+        g_enITGTDebugFlag = kModuleFlag;
+        g_enDebugFlag = kHostFlag;
+    }
+    ~SwitchedFlags() {
+        g_enITGTDebugFlag = module_;
+        g_enDebugFlag = host_;
+    }
+    static constexpr int kModuleFlag = 5;
+    static constexpr int kHostFlag = 9;
+
+private:
+    int module_;
+    int host_;
+};
+
+TEST_F(SettingsTest, EveryLineCarriesTheSwitchOfItsForm) {
+    SwitchedFlags flags;
+    cmdtest::Request rq("/api/MultiTaskAppHistoryRecords?StartIndex=1", sock);
+    // Trace, missing-key and invalid-argument lines of both forms, from every handler family.
+    EXPECT_EQ(0, RunGetMultiTaskAppHistory(&rq.header, &rq.client, &rq.ctIn));
+    EXPECT_EQ(1, RunGetMultiTaskAppDisplayRecogInfos(nullptr, &rq.client, &rq.ctIn));
+    EXPECT_EQ(1, RunPutMultiTaskAppDisplayRecogInfos(nullptr, &rq.client, &rq.ctIn));
+    EXPECT_EQ(1, FormatGetMultiTaskAppHistory(&rq.header, 0, nullptr, &rq.out));
+    EXPECT_EQ(4, RunGetMultiTaskAppHistoryRecords(&rq.header, &rq.client, &rq.ctIn));
+    EXPECT_EQ(1, FormatGetMultiTaskAppHistoryRecords(&rq.header, 0, nullptr, &rq.out));
+    EXPECT_EQ(1, ParseDeleteMultiTaskAppHistoryRecords(&rq.header, nullptr, &rq.ctIn));
+    std::vector<vks_test::DebugLine> lines = log.Debug();
+    ASSERT_EQ(9u, lines.size());
+    for (const vks_test::DebugLine& line : lines) {
+        SCOPED_TRACE(line.text);
+        EXPECT_EQ(4, line.module);
+        if (line.text.rfind("[ZKAPI]:", 0) == 0) {
+            EXPECT_EQ(SwitchedFlags::kHostFlag, line.debugFlag);
+        } else {
+            EXPECT_EQ(0u, line.text.rfind("[LogMultiTaskAppRest]:", 0));
+            EXPECT_EQ(SwitchedFlags::kModuleFlag, line.debugFlag);
+        }
+    }
+}
+
 }  // namespace
