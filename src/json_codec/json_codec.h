@@ -72,10 +72,10 @@ struct VKS_CODEC_EXPORT jsonEncoder {
 template <typename T, typename Alloc, typename Dealloc>
 struct VKS_CODEC_EXPORT jsonDecoder {
     // Merges the object into the record; each binding's own format governs, not the argument.
-    // Anything but a JSON object is rejected before a member is touched.
+    // A JSON value that is not an object has no keys: every binding finds its key absent.
     static int decode(json_object* object, void* ctx, T& record, Alloc /*alloc*/, Dealloc /*dealloc*/,
                       JSON_FORMAT_TYPE_E /*format*/) {
-        if (object == nullptr || !json_object_is_type(object, json_type_object)) {
+        if (object == nullptr) {
             return -1;
         }
         return jsonMembers<T>::template bind<Alloc, Dealloc>([object, ctx, &record](auto... coders) {

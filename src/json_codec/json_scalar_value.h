@@ -23,14 +23,10 @@ inline uint64_t SaturatedUnsigned(double value, unsigned widthBits) {
     return static_cast<uint64_t>(value);
 }
 
-// The two's-complement bits of a JSON integer. json-c keeps integers above INT64_MAX unsigned and
-// clamps them to INT64_MAX in json_object_get_int64; only then is the unsigned getter asked.
+// The two's-complement bits of a JSON integer as json-c's 64-bit signed getter reads it: an integer
+// above INT64_MAX arrives clamped to INT64_MAX, and a 32-bit member keeps the low bits of that.
 inline uint64_t IntegerBits(json_object* value) {
-    int64_t signedValue = json_object_get_int64(value);
-    if (signedValue == INT64_MAX) {
-        return json_object_get_uint64(value);
-    }
-    return static_cast<uint64_t>(signedValue);
+    return static_cast<uint64_t>(json_object_get_int64(value));
 }
 
 // A string is a value only under the two time formats; the 32-bit result is sign-extended.

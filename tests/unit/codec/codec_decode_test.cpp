@@ -47,7 +47,9 @@ TEST(CodecDecode, ThirtyTwoBitMembersFollowTheConversionTable) {
         {"-1", 0, 4294967295u},
         {"4294967297", 0, 1},
         {"-9223372036854775808", 0, 0},
-        {"9223372036854775808", 0, 0},  // above INT64_MAX: low bits of the whole value, not of a clamp
+        {"9223372036854775807", 0, 4294967295u},
+        {"9223372036854775808", 0, 4294967295u},  // above INT64_MAX: the getter clamps to INT64_MAX
+        {"9223372036854775813", 0, 4294967295u},
         {"18446744073709551615", 0, 4294967295u},
         {"\"1\"", -1, kOld32},
         {"\"24:00\"", -1, kOld32},  // strings only under a time format
@@ -75,8 +77,9 @@ TEST(CodecDecode, UnsignedSixtyFourBitMembersFollowTheConversionTable) {
         {"-0.5", 0, 0},
         {"5e10", 0, 50000000000ULL},
         {"1e20", 0, 18446744073709551615ULL},
-        {"18446744073709551615", 0, 18446744073709551615ULL},
         {"9223372036854775807", 0, 9223372036854775807ULL},
+        {"9223372036854775808", 0, 9223372036854775807ULL},  // the signed getter clamps
+        {"18446744073709551615", 0, 9223372036854775807ULL},
         {"\"5\"", -1, kOld64},
         {"[101]", -1, kOld64},
         {"null", 0, kOld64},
@@ -149,12 +152,14 @@ TEST(CodecDecode, BodiesMergeIntoTheRecord) {
     EXPECT_EQ(memcmp(&record, &expected, sizeof(record)), 0);
 }
 
-TEST(CodecDecode, AnythingButAnObjectIsRejectedUntouched) {
-    const char* bodies[] = {"[1]", "5", "\"text\"", "true"};
+// A JSON value that is not an object carries no keys: every binding is absent and the decode succeeds.
+TEST(CodecDecode, AnythingButAnObjectDecodesAsNoKeys) {
+    const char* bodies[] = {"[1]", "[{\"channelId\": 9}]", "5", "\"text\"", "true"};
     for (const char* body : bodies) {
         HistoryRecordSwitch record = {3, ENABLE_TYPE_ON};
-        EXPECT_EQ(DecodeText(body, record), -1) << body;
+        EXPECT_EQ(DecodeText(body, record), 0) << body;
         EXPECT_EQ(record.channelId, 3u) << body;
+        EXPECT_EQ(record.enableRecord, ENABLE_TYPE_ON) << body;
     }
     HistoryRecordSwitch record = {3, ENABLE_TYPE_ON};
     EXPECT_EQ(Decode(static_cast<json_object*>(nullptr), record), -1);

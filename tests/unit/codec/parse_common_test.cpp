@@ -68,8 +68,9 @@ protected:
     vks_test::LogCapture capture_;
 };
 
-TEST_F(ParseCommonBody, BodiesThatAreNotJsonObjectsGiveFour) {
-    const char* bodies[] = {"", "   ", "not json", "{\"name\": 1", "[1, 2]", "null", nullptr};
+// json-c parses a JSON null to no value at all, so "null" is refused like a text that is not JSON.
+TEST_F(ParseCommonBody, BodiesThatAreNotJsonGiveFour) {
+    const char* bodies[] = {"", "   ", "not json", "{\"name\": 1", "null", nullptr};
     for (const char* body : bodies) {
         capture_.Clear();
         EXPECT_EQ(Parse(body), VW_PARAM_ERROR) << (body ? body : "(null)");
@@ -84,6 +85,19 @@ TEST_F(ParseCommonBody, EmptyObjectMovesTheUnchangedRecord) {
     EXPECT_EQ(ctIn_.preProcOut, nullptr);
     EXPECT_EQ(ctIn_.parseOut, record_);
     EXPECT_EQ(memcmp(record_, &stored_, sizeof(Filter)), 0);
+    EXPECT_TRUE(capture_.Debug().empty());
+}
+
+// JSON that is not an object has no keys: nothing is decoded and the record moves on unchanged.
+TEST_F(ParseCommonBody, JsonOtherThanAnObjectMovesTheUnchangedRecord) {
+    const char* bodies[] = {"[1, 2]", "[{\"name\": 0}]", "5", "\"name\"", "true"};
+    for (const char* body : bodies) {
+        ctIn_ = {record_, nullptr, nullptr};
+        EXPECT_EQ(Parse(body), VW_SUCCESS) << body;
+        EXPECT_EQ(ctIn_.preProcOut, nullptr) << body;
+        EXPECT_EQ(ctIn_.parseOut, record_) << body;
+        EXPECT_EQ(memcmp(record_, &stored_, sizeof(Filter)), 0) << body;
+    }
     EXPECT_TRUE(capture_.Debug().empty());
 }
 

@@ -219,7 +219,12 @@ INSTANTIATE_TEST_SUITE_P(
                       BodyCase{R"({"blackPopUp": false, "other": "x"})", 0, 0, 0},
                       BodyCase{R"({"blackPopUp": 1, "whitePopUp": [1]})", -1, 0, 0},
                       BodyCase{R"({"blackPopUp": {}})", -1, 0, 0}, BodyCase{"not json", -1, 0, 0},
-                      BodyCase{"", -1, 0, 0}, BodyCase{"[1]", -1, 0, 0}));
+                      BodyCase{"", -1, 0, 0}, BodyCase{"null", -1, 0, 0},
+                      // JSON without keys keeps the starting record
+                      BodyCase{"[1]", 0, 0, 0}, BodyCase{R"([{"blackPopUp": 1}])", 0, 0, 0},
+                      BodyCase{"7", 0, 0, 0},
+                      // integers above INT64_MAX reach the member clamped to INT64_MAX
+                      BodyCase{R"({"whitePopUp": 9223372036854775808})", 0, 0, -1}));
 
 TEST(ParseMsg, StartsFromTheFetchedRecord) {
     RequestRecords request;

@@ -26,8 +26,8 @@ inline void MsgDefaultRecord<_FaceRecPopUpPara>(_FaceRecPopUpPara* record) {
 }
 
 // Merges the body into record through the record's member list, so a PUT body follows the same
-// value rules as every other body. An absent key, or a JSON null, keeps the starting value; a body
-// that is not a JSON object is rejected.
+// value rules as every other body. An absent key, or a JSON null, keeps the starting value; only a
+// body that is not JSON at all is rejected.
 template <typename T>
 bool MsgDecodeBody(const char* text, T* record) {
     json_object* root = text != nullptr ? cJSON_Parse(text) : nullptr;
