@@ -47,9 +47,11 @@ int AddContent(dxmp_message* msg, const void* content, uint32_t contentLen, cons
     return 0;
 }
 
-int SetConnOption(int fd, unsigned long request, unsigned long value, const char* name, const char* file) {
+// failFormat is the whole line of the refused request (it names the request in its text).
+int SetConnOption(int fd, unsigned long request, unsigned long value, const char* failFormat,
+                  const char* file) {
     if (ioctl(fd, request, value) != 0) {
-        VKS_LOG(file, VKS_LOG_ERROR, "[%s]:failed to ioctl to %s", LOG_VKS_FRAMEWORK, name);
+        VKS_LOG(file, VKS_LOG_ERROR, failFormat, LOG_VKS_FRAMEWORK);
         return -1;
     }
     return 0;
@@ -109,12 +111,13 @@ int DxmpOpenService(const char* file, bool setBuffers) {
                 strerror(errno), path.c_str());
         return -1;
     }
-    bool configured =
-        SetConnOption(fd, SRVFS_CONN_SETTIMEOUT, kConnTimeout, "SRVFS_CONN_SETTIMEOUT", file) == 0;
+    bool configured = SetConnOption(fd, SRVFS_CONN_SETTIMEOUT, kConnTimeout,
+                                    "[%s]:failed to ioctl to SRVFS_CONN_SETTIMEOUT", file) == 0;
     if (configured && setBuffers) {
-        configured =
-            SetConnOption(fd, SRVFS_BUFF_SETRDSIZE, kBufferSize, "SRVFS_BUFF_SETRDSIZE", file) == 0 &&
-            SetConnOption(fd, SRVFS_BUFF_SETWRSIZE, kBufferSize, "SRVFS_BUFF_SETWRSIZE", file) == 0;
+        configured = SetConnOption(fd, SRVFS_BUFF_SETRDSIZE, kBufferSize,
+                                   "[%s]:failed to ioctl to SRVFS_BUFF_SETRDSIZE", file) == 0 &&
+                     SetConnOption(fd, SRVFS_BUFF_SETWRSIZE, kBufferSize,
+                                   "[%s]:failed to ioctl to SRVFS_BUFF_SETWRSIZE", file) == 0;
     }
     if (!configured) {
         close(fd);
