@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "handler_trace.h"
 #include "http_records.h"
 #include "unix_cmd_channel.h"
 #include "vks_log.h"
@@ -31,16 +32,6 @@ struct OpLogTexts {
 // The success pair (index 0) for result 0, the failure pair (index 1) for any other result.
 inline const OpLogTexts& PickTexts(const OpLogTexts (&pairs)[2], VW_RESULT_TYPE result) {
     return pairs[result == VW_SUCCESS ? 0 : 1];
-}
-
-// The detailed invalid-argument line of a Run phase; true when an argument is null.
-inline bool InvalidRunArgs(const void* header, const void* client, const void* ctIn) {
-    if (header != nullptr && client != nullptr && ctIn != nullptr) {
-        return false;
-    }
-    VKS_LOG(VKS_SRC_MULTI_TASK, VKS_LOG_ERROR, "[%s]:Invalid param, header[%p] client[%p] ctIn[%p]",
-            LOG_MULTI_TASK_APP_REST, header, client, ctIn);
-    return true;
 }
 
 inline bool InvalidPreProcArgs(const void* header, const void* synSock, const void* ctIn) {

@@ -91,7 +91,7 @@ VW_RESULT_TYPE ParsePutMultiTaskAppDisplayRecogInfos(tagHTTP_HEADER_S* header, t
 
 VW_RESULT_TYPE RunPutMultiTaskAppDisplayRecogInfos(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
                                                    tagHTTP_CNTENT_INTER_S* ctIn) {
-    if (vks_cmd::InvalidRunArgs(header, client, ctIn)) {
+    if (RunArgsMissing(header, client, ctIn)) {
         return VW_INVALID_PARAM;
     }
     ZKAPI_LOG(VKS_SRC_MULTI_TASK, VKS_LOG_TRACE, "[ZKAPI]:RunPutMultiTaskAppDisplayRecogInfos");

@@ -1,4 +1,4 @@
-// Argument check and trace lines shared by the Run and Parse handlers of the DXMP resources.
+// Argument check and trace lines shared by the resource handlers.
 #ifndef VKS_HANDLER_TRACE_H
 #define VKS_HANDLER_TRACE_H
 
@@ -13,7 +13,7 @@ struct HandlerStepTexts {
     const char* end;
 };
 
-// Detailed argument check of a synchronous Run phase: true, after its line, when one is null.
+// Detailed argument check of a Run phase: true, after its line, when an argument is null.
 inline bool RunArgsMissing(const void* header, const void* client, const void* ctIn) {
     if (header != nullptr && client != nullptr && ctIn != nullptr) {
         return false;

@@ -177,7 +177,7 @@ void LogHistoryRecordsQuery(const tagHTTP_HEADER_S* header, HistoryRecordQueryPa
 
 VW_RESULT_TYPE RunGetMultiTaskAppHistoryRecords(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
                                                 tagHTTP_CNTENT_INTER_S* ctIn) {
-    if (vks_cmd::InvalidRunArgs(header, client, ctIn)) {
+    if (RunArgsMissing(header, client, ctIn)) {
         return VW_INVALID_PARAM;
     }
     ZKAPI_LOG(VKS_SRC_MULTI_TASK, VKS_LOG_TRACE, "[ZKAPI]:%s", kRunName);

@@ -36,7 +36,7 @@ const int kPut = 1;
 
 VW_RESULT_TYPE RunGetMultiTaskAppHistory(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
                                          tagHTTP_CNTENT_INTER_S* ctIn) {
-    if (vks_cmd::InvalidRunArgs(header, client, ctIn)) {
+    if (RunArgsMissing(header, client, ctIn)) {
         return VW_INVALID_PARAM;
     }
     ZKAPI_LOG(VKS_SRC_MULTI_TASK, VKS_LOG_TRACE, "[ZKAPI]:RunGetMultiTaskAppHistory");
@@ -81,7 +81,7 @@ VW_RESULT_TYPE ParsePutMultiTaskAppHistory(tagHTTP_HEADER_S* header, tagHTTP_BUF
 
 VW_RESULT_TYPE RunPutMultiTaskAppHistory(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
                                          tagHTTP_CNTENT_INTER_S* ctIn) {
-    if (vks_cmd::InvalidRunArgs(header, client, ctIn)) {
+    if (RunArgsMissing(header, client, ctIn)) {
         return VW_INVALID_PARAM;
     }
     ZKAPI_LOG(VKS_SRC_MULTI_TASK, VKS_LOG_TRACE, "[ZKAPI]:RunPutMultiTaskAppHistory");
