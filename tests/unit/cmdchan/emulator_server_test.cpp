@@ -88,10 +88,13 @@ TEST_F(EmulatorTest, DeletingARangeRemovesExactlyThoseRecordsForGood) {
     cmdtest::Request all("/api/MultiTaskAppHistoryRecords", opts.socketPath);
     ASSERT_EQ(0, ParseDeleteMultiTaskAppHistoryRecords(&all.header, &all.content, &all.ctIn));
     ASSERT_EQ(0, RunDeleteMultiTaskAppHistoryRecords(&all.header, &all.client, &all.ctIn));
-    json_object* none = Query("StartIndex=0&FindNum=1&EndTime=2024-05-01T23:59:59&DatabaseType=0");
-    ASSERT_NE(nullptr, none);
-    EXPECT_EQ(0, Int(none, "TotalNum"));
-    json_object_put(none);
+    for (int pass = 0; pass < 2; ++pass) {
+        json_object* none = Query("StartIndex=0&FindNum=1&EndTime=2024-05-01T23:59:59&DatabaseType=0");
+        ASSERT_NE(nullptr, none) << pass;
+        EXPECT_EQ(0, Int(none, "TotalNum")) << pass;  // an empty table is not seeded again
+        json_object_put(none);
+        Restart();
+    }
     EXPECT_TRUE(results.Entries().empty());
 }
 
