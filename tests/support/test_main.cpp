@@ -30,7 +30,7 @@ int main(int argc, char** argv) {
     if (unshare(CLONE_NEWNS) != 0) {
         g_namespaceError = std::string("unshare(CLONE_NEWNS) failed: ") + strerror(errno) +
                            " (tests that mount the service file system need root and /dev/fuse)";
-    } else if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+    } else if (mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0) {
         g_namespaceError = std::string("making / private failed: ") + strerror(errno);
     } else {
         g_namespaceError.clear();
