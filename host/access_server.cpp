@@ -43,10 +43,7 @@ void DestroyRequest(RequestCtx* ctx) {
     FreeEvent(&ctx->reply);
     FreeEvent(&ctx->clientWatch);
     CancelRegistration(&ctx->phases);
-    FreeSlots(&ctx->phases.ctIn);
-    if (ctx->phases.client.pRecvMsg != nullptr) {
-        dxmp_message_put(ctx->phases.client.pRecvMsg);
-    }
+    ReleaseRequestData(&ctx->phases);
     FreeEvent(&ctx->done);
     UnixSocketClose(ctx->phases.client.synSock);
     ctx->server->live.erase(ctx);

@@ -62,11 +62,15 @@ void RunRecvPhase(PhaseRequest* r) {
     r->result = r->handlers->recv(&r->header, &r->client, &r->ctIn);
 }
 
-void FreeSlots(tagHTTP_CNTENT_INTER_S* ctIn) {
-    free(ctIn->preProcOut);
-    free(ctIn->parseOut);
-    free(ctIn->runOut);
-    *ctIn = tagHTTP_CNTENT_INTER_S{nullptr, nullptr, nullptr};
+void ReleaseRequestData(PhaseRequest* r) {
+    free(r->ctIn.preProcOut);
+    free(r->ctIn.parseOut);
+    free(r->ctIn.runOut);
+    r->ctIn = tagHTTP_CNTENT_INTER_S{nullptr, nullptr, nullptr};
+    if (r->client.pRecvMsg != nullptr) {  // a reply that no Recv consumed
+        dxmp_message_put(r->client.pRecvMsg);
+        r->client.pRecvMsg = nullptr;
+    }
 }
 
 VW_RESULT_TYPE EffectiveResult(const PhaseRequest& r) {
@@ -85,11 +89,7 @@ void RunFormatPhase(PhaseRequest* r) {
     if (r->body.text.empty()) {
         FormatCommonStatus(&r->header, EffectiveResult(*r), &r->ctIn, &r->output);
     }
-    FreeSlots(&r->ctIn);
-    if (r->client.pRecvMsg != nullptr) {  // a Recv that did not consume its reply
-        dxmp_message_put(r->client.pRecvMsg);
-        r->client.pRecvMsg = nullptr;
-    }
+    ReleaseRequestData(r);
 }
 
 }  // namespace vks_host

@@ -26,8 +26,9 @@ void RunFormatPhase(PhaseRequest* r);
 // The outcome the answer reports: the request's result, or -1 when it succeeded but Format failed.
 VW_RESULT_TYPE EffectiveResult(const PhaseRequest& r);
 
-// Releases whatever the three slots hold and nulls them.
-void FreeSlots(tagHTTP_CNTENT_INTER_S* ctIn);
+// Releases whatever the three slots hold and a reply that no Recv consumed, and nulls them. Safe to
+// call again: Format's end and the request's end both call it.
+void ReleaseRequestData(PhaseRequest* r);
 
 }  // namespace vks_host
 
