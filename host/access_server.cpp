@@ -5,12 +5,14 @@
 #include <event2/bufferevent.h>
 #include <event2/event.h>
 #include <event2/http.h>
+#include <event2/listener.h>
 #include <event2/thread.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -31,6 +33,7 @@ constexpr size_t kMaxRequestBody = 1u << 20;
 constexpr const char kApiPrefix[] = "/api/";
 
 void SubmitJob(RequestCtx* ctx, Stage stage);
+void DestroyRequest(RequestCtx* ctx);
 
 void FreeEvent(struct event** e) {
     if (*e != nullptr) {
@@ -39,21 +42,83 @@ void FreeEvent(struct event** e) {
     }
 }
 
+timeval Millis(int ms) {
+    return {ms / 1000, (ms % 1000) * 1000};
+}
+
+// Once a signal asked to stop, the loop ends when no request is in flight and every answer has
+// left (or when the drain time-out fires).
+void CheckDrained(AccessServer* server) {
+    if (server->draining && server->live.empty() && server->unsent == 0) {
+        event_base_loopexit(server->base, nullptr);
+    }
+}
+
+void OnAnswerSent(struct evhttp_request*, void* arg) {
+    auto* server = static_cast<AccessServer*>(arg);
+    --server->unsent;
+    CheckDrained(server);
+}
+
+// Counts an answer until evhttp has written it whole, so that a drain does not cut it off.
+void TrackAnswer(AccessServer* server, struct evhttp_request* req) {
+    ++server->unsent;
+    evhttp_request_set_on_complete_cb(req, &OnAnswerSent, server);
+}
+
+// A write runs its phases only while it holds the lane of its resource: PreProc's read, Parse's
+// merge and Run's store of one request never interleave with another write of that resource.
+void EnterLane(RequestCtx* ctx) {
+    WriteLane& lane = ctx->server->lanes[ctx->phases.handlers->resourceId];
+    if (lane.busy) {
+        ctx->queued = true;
+        lane.waiting.push_back(ctx);
+        return;
+    }
+    lane.busy = true;
+    ctx->holdsLane = true;
+    SubmitJob(ctx, Stage::kFront);
+}
+
+void LeaveLane(RequestCtx* ctx) {
+    WriteLane& lane = ctx->server->lanes[ctx->phases.handlers->resourceId];
+    if (ctx->queued) {
+        lane.waiting.erase(std::find(lane.waiting.begin(), lane.waiting.end(), ctx));
+        ctx->queued = false;
+        return;
+    }
+    if (!ctx->holdsLane) {
+        return;
+    }
+    ctx->holdsLane = false;
+    lane.busy = false;
+    if (!lane.waiting.empty()) {
+        RequestCtx* next = lane.waiting.front();
+        lane.waiting.pop_front();
+        next->queued = false;
+        EnterLane(next);
+    }
+}
+
 void DestroyRequest(RequestCtx* ctx) {
+    AccessServer* server = ctx->server;
     FreeEvent(&ctx->reply);
     FreeEvent(&ctx->clientWatch);
     CancelRegistration(&ctx->phases);
     ReleaseRequestData(&ctx->phases);
     FreeEvent(&ctx->done);
     UnixSocketClose(ctx->phases.client.synSock);
-    ctx->server->live.erase(ctx);
+    LeaveLane(ctx);
+    server->live.erase(ctx);
     delete ctx;
+    CheckDrained(server);
 }
 
 void SendAnswer(RequestCtx* ctx) {
     const PhaseRequest& p = ctx->phases;
     HttpStatus status = StatusForResult(EffectiveResult(p), p.parseFailed, p.replyTimedOut);
     evhttp_connection_set_closecb(evhttp_request_get_connection(ctx->req), nullptr, nullptr);
+    TrackAnswer(ctx->server, ctx->req);
     SendJson(ctx->req, status.code, status.reason, p.body.text);
     ctx->req = nullptr;
 }
@@ -129,8 +194,7 @@ void WatchClient(RequestCtx* ctx) {
 
 void ArmReply(RequestCtx* ctx) {
     const PhaseRequest& p = ctx->phases;
-    int ms = ctx->server->options.replyTimeoutMs;
-    struct timeval timeout = {ms / 1000, (ms % 1000) * 1000};
+    struct timeval timeout = Millis(ctx->server->options.replyTimeoutMs);
     ctx->reply = event_new(ctx->server->base, p.asyncFd, EV_READ, &OnReplyReady, ctx);
     if (ctx->reply == nullptr || event_add(ctx->reply, &timeout) != 0) {
         HOST_LOG(3, "cannot wait for fd %d", p.asyncFd);
@@ -160,7 +224,7 @@ void OnJobDone(evutil_socket_t, short, void* arg) {
 
 void SubmitJob(RequestCtx* ctx, Stage stage) {
     ctx->stage = stage;
-    if (!ctx->server->pool.Submit(&PhaseJob, ctx)) {
+    if (!ctx->server->pools[ctx->phases.handlers->road].Submit(&PhaseJob, ctx)) {
         if (ctx->req != nullptr) {
             evhttp_connection_set_closecb(evhttp_request_get_connection(ctx->req), nullptr, nullptr);
             SendJsonError(ctx->req, 503, "Service Unavailable");
@@ -174,7 +238,7 @@ void OnClientGone(struct evhttp_connection*, void* arg) {
     auto* ctx = static_cast<RequestCtx*>(arg);
     HOST_LOG(1, "client left before the answer to %s", ctx->phases.header.szReqUrl);
     ctx->req = nullptr;
-    if (ctx->reply != nullptr) {  // waiting on the loop, not on a worker: clean up now
+    if (ctx->reply != nullptr || ctx->queued) {  // on the loop, not on a worker: clean up now
         DestroyRequest(ctx);
     }
 }
@@ -202,7 +266,7 @@ RequestCtx* NewRequest(AccessServer* server, struct evhttp_request* req, const H
     InitPhaseRequest(&ctx->phases, handlers, server->options.maxBody);
     FillRequestHeader(req, &ctx->phases.header);
     ctx->phases.client.synSock =
-        UnixSocketOpen(server->options.cmdSocket.c_str(), server->options.replyTimeoutMs);
+        UnixSocketOpen(server->options.cmdSocket.c_str(), server->options.cmdTimeoutMs);
     ctx->done = event_new(server->base, -1, 0, &OnJobDone, ctx);
     server->live.insert(ctx);
     if (ctx->done == nullptr) {
@@ -215,12 +279,20 @@ RequestCtx* NewRequest(AccessServer* server, struct evhttp_request* req, const H
 
 void OnHttpRequest(struct evhttp_request* req, void* arg) {
     auto* server = static_cast<AccessServer*>(arg);
+    if (server->draining) {
+        evhttp_add_header(evhttp_request_get_output_headers(req), "Connection", "close");
+        TrackAnswer(server, req);
+        SendJsonError(req, 503, "Service Unavailable");
+        return;
+    }
     std::string resource = ResourceOf(req);
     const HandlerSet* handlers = nullptr;
     RouteLookup found = kNoSuchResource;
     if (!resource.empty()) {
-        found = FindRoute(*server->module, resource.c_str(), MethodName(evhttp_request_get_command(req)),
-                          &handlers);
+        // HEAD runs the GET's phases; the answer then goes out without its body.
+        enum evhttp_cmd_type cmd = evhttp_request_get_command(req);
+        found = FindRoute(*server->module, resource.c_str(),
+                          MethodName(cmd == EVHTTP_REQ_HEAD ? EVHTTP_REQ_GET : cmd), &handlers);
     }
     if (found == kNoSuchResource) {
         SendJsonError(req, 404, "Not Found");
@@ -241,11 +313,84 @@ void OnHttpRequest(struct evhttp_request* req, void* arg) {
         SendJsonError(req, 503, "Service Unavailable");
         return;
     }
-    SubmitJob(ctx, Stage::kFront);
+    if (handlers->writes) {
+        EnterLane(ctx);
+    } else {
+        SubmitJob(ctx, Stage::kFront);
+    }
 }
 
+void OnDrainTimeout(evutil_socket_t, short, void* arg) {
+    auto* server = static_cast<AccessServer*>(arg);
+    HOST_LOG(3, "drain time-out: %zu requests still in flight", server->live.size());
+    event_base_loopexit(server->base, nullptr);
+}
+
+// The first signal stops accepting and lets the requests in flight finish and be answered; a
+// second one ends the loop at once.
 void OnSignal(evutil_socket_t, short, void* arg) {
-    event_base_loopexit(static_cast<struct event_base*>(arg), nullptr);
+    auto* server = static_cast<AccessServer*>(arg);
+    if (server->draining) {
+        event_base_loopexit(server->base, nullptr);
+        return;
+    }
+    server->draining = true;
+    FreeEvent(&server->acceptPause);
+    if (server->listener != nullptr) {
+        evhttp_del_accept_socket(server->http, server->listener);
+        server->listener = nullptr;
+    }
+    HOST_LOG(1, "stopping: %zu requests in flight", server->live.size());
+    struct timeval drain = Millis(server->options.drainTimeoutMs);
+    server->drainTimer = evtimer_new(server->base, &OnDrainTimeout, server);
+    if (server->drainTimer == nullptr || evtimer_add(server->drainTimer, &drain) != 0) {
+        event_base_loopexit(server->base, nullptr);
+        return;
+    }
+    CheckDrained(server);
+}
+
+// Descriptors ran out (or another accept error): accepting pauses for a moment instead of failing
+// in a loop, with one warning per episode; the next accepted connection ends the episode.
+const int kAcceptPauseMs = 100;
+
+void OnAcceptResume(evutil_socket_t, short, void* arg) {
+    auto* server = static_cast<AccessServer*>(arg);
+    if (server->listener != nullptr) {
+        evconnlistener_enable(evhttp_bound_socket_get_listener(server->listener));
+    }
+}
+
+// The listener hands its error callback evhttp's argument, not ours: the server is found through
+// its SIGTERM watch, which is on the loop for as long as the listener is.
+int FindServer(const struct event_base*, const struct event* e, void* arg) {
+    if (event_get_callback(e) != &OnSignal) {
+        return 0;
+    }
+    *static_cast<AccessServer**>(arg) = static_cast<AccessServer*>(event_get_callback_arg(e));
+    return 1;
+}
+
+void OnAcceptError(struct evconnlistener* listener, void*) {
+    int err = EVUTIL_SOCKET_ERROR();
+    AccessServer* server = nullptr;
+    event_base_foreach_event(evconnlistener_get_base(listener), &FindServer, &server);
+    if (server == nullptr) {
+        return;
+    }
+    if (!server->acceptPaused) {
+        HOST_LOG(3, "accept failed: %s; pausing accept while it lasts", strerror(err));
+        server->acceptPaused = true;
+    }
+    struct timeval pause = Millis(kAcceptPauseMs);
+    evconnlistener_disable(listener);
+    evtimer_add(server->acceptPause, &pause);
+}
+
+// evhttp asks for the bufferevent of every accepted connection: the one it would make itself.
+struct bufferevent* OnConnectionAccepted(struct event_base* base, void* arg) {
+    static_cast<AccessServer*>(arg)->acceptPaused = false;
+    return bufferevent_socket_new(base, -1, BEV_OPT_CLOSE_ON_FREE);
 }
 
 uint16_t BoundPort(struct evhttp_bound_socket* socket) {
@@ -271,9 +416,13 @@ int SetUpHttp(AccessServer* server, std::string* err) {
     evhttp_set_allowed_methods(server->http, EVHTTP_REQ_GET | EVHTTP_REQ_POST | EVHTTP_REQ_HEAD |
                                                  EVHTTP_REQ_PUT | EVHTTP_REQ_DELETE | EVHTTP_REQ_OPTIONS |
                                                  EVHTTP_REQ_TRACE | EVHTTP_REQ_CONNECT | EVHTTP_REQ_PATCH);
-    evhttp_set_max_body_size(server->http, kMaxRequestBody);
-    evhttp_set_gencb(server->http, &OnHttpRequest, server);
     const HostOptions& o = server->options;
+    evhttp_set_max_body_size(server->http, kMaxRequestBody);
+    evhttp_set_max_headers_size(server->http, o.maxHeaderBytes);
+    struct timeval idle = Millis(o.idleTimeoutMs);
+    evhttp_set_timeout_tv(server->http, &idle);
+    evhttp_set_gencb(server->http, &OnHttpRequest, server);
+    evhttp_set_bevcb(server->http, &OnConnectionAccepted, server);
     struct evhttp_bound_socket* socket =
         evhttp_bind_socket_with_handle(server->http, o.listenHost.c_str(), o.listenPort);
     if (socket == nullptr) {
@@ -288,13 +437,20 @@ int SetUpHttp(AccessServer* server, std::string* err) {
         return -1;
     }
     server->boundPort = BoundPort(socket);
+    server->listener = socket;
+    server->acceptPause = evtimer_new(server->base, &OnAcceptResume, server);
+    if (server->acceptPause == nullptr) {
+        *err = "cannot create the accept timer";
+        return -1;
+    }
+    evconnlistener_set_error_cb(evhttp_bound_socket_get_listener(socket), &OnAcceptError);
     return 0;
 }
 
 int SetUpSignals(AccessServer* server) {
     const int numbers[2] = {SIGINT, SIGTERM};
     for (int i = 0; i < 2; ++i) {
-        server->signals[i] = evsignal_new(server->base, numbers[i], &OnSignal, server->base);
+        server->signals[i] = evsignal_new(server->base, numbers[i], &OnSignal, server);
         if (server->signals[i] == nullptr || event_add(server->signals[i], nullptr) != 0) {
             return -1;
         }
@@ -310,7 +466,13 @@ int StartAccessServer(AccessServer* server, const HostOptions& options, const Mo
     server->module = module;
     server->base = nullptr;
     server->http = nullptr;
+    server->listener = nullptr;
     server->signals[0] = server->signals[1] = nullptr;
+    server->drainTimer = nullptr;
+    server->acceptPause = nullptr;
+    server->acceptPaused = false;
+    server->draining = false;
+    server->unsent = 0;
     // Workers activate events of the loop's base; libevent must lock it.
     if (evthread_use_pthreads() != 0 || (server->base = event_base_new()) == nullptr) {
         *err = "cannot create the event loop";
@@ -325,9 +487,11 @@ int StartAccessServer(AccessServer* server, const HostOptions& options, const Mo
         return -1;
     }
     InstallAsynEventHooks();
-    if (server->pool.Start(options.workers) != 0) {
-        *err = "cannot start the worker threads";
-        return -1;
+    for (WorkerPool& pool : server->pools) {
+        if (pool.Start(options.workers, options.maxWorkers) != 0) {
+            *err = "cannot start the worker threads";
+            return -1;
+        }
     }
     return 0;
 }
@@ -341,17 +505,18 @@ void StopAccessServer(AccessServer* server) {
         evhttp_free(server->http);  // drops every connection; their requests lose their client
         server->http = nullptr;
     }
-    server->pool.Stop();  // jobs already queued still finish, so their slots are released by Format
+    for (WorkerPool& pool : server->pools) {
+        pool.Stop();  // jobs already queued still finish, so their slots are released by Format
+    }
     while (!server->live.empty()) {
         DestroyRequest(*server->live.begin());
     }
     DxmpSetAsynEventHooks(nullptr, nullptr, nullptr);
     for (struct event*& e : server->signals) {
-        if (e != nullptr) {
-            event_free(e);
-            e = nullptr;
-        }
+        FreeEvent(&e);
     }
+    FreeEvent(&server->drainTimer);
+    FreeEvent(&server->acceptPause);
     if (server->base != nullptr) {
         event_base_free(server->base);
         server->base = nullptr;

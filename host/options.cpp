@@ -44,6 +44,14 @@ bool ParseListen(const std::string& text, HostOptions* out) {
 bool ApplyOption(const std::string& name, const char* value, HostOptions* out, std::string* err) {
     long long n = 0;
     bool ok = true;
+    if (value == nullptr) {
+        // Tried with an empty value only to tell an option we know from one we do not.
+        HostOptions scratch;
+        if (ApplyOption(name, "", &scratch, err) || err->rfind("unknown option", 0) != 0) {
+            *err = "missing value for " + name;
+        }
+        return false;
+    }
     if (name == "--module") {
         out->modulePath = value;
     } else if (name == "--listen") {
@@ -51,6 +59,21 @@ bool ApplyOption(const std::string& name, const char* value, HostOptions* out, s
     } else if (name == "--workers") {
         ok = ParseNumber(value, 1, 256, &n);
         out->workers = static_cast<int>(n);
+    } else if (name == "--max-workers") {
+        ok = ParseNumber(value, 1, 256, &n);
+        out->maxWorkers = static_cast<int>(n);
+    } else if (name == "--cmd-timeout") {
+        ok = ParseNumber(value, 1, INT_MAX, &n);
+        out->cmdTimeoutMs = static_cast<int>(n);
+    } else if (name == "--max-header-bytes") {
+        ok = ParseNumber(value, 256, INT_MAX, &n);
+        out->maxHeaderBytes = static_cast<int>(n);
+    } else if (name == "--idle-timeout") {
+        ok = ParseNumber(value, 1, INT_MAX, &n);
+        out->idleTimeoutMs = static_cast<int>(n);
+    } else if (name == "--drain-timeout") {
+        ok = ParseNumber(value, 0, INT_MAX, &n);
+        out->drainTimeoutMs = static_cast<int>(n);
     } else if (name == "--cmd-socket") {
         out->cmdSocket = value;
     } else if (name == "--oplog") {
@@ -95,13 +118,14 @@ ParseOutcome ParseHostOptions(int argc, char** argv, HostOptions* out, std::stri
         if (name == "--help" || name == "-h") {
             return kOptionsHelp;
         }
-        if (i + 1 >= argc) {
-            *err = "missing value for " + name;
+        if (!ApplyOption(name, i + 1 < argc ? argv[i + 1] : nullptr, out, err)) {
             return kOptionsBad;
         }
-        if (!ApplyOption(name, argv[++i], out, err)) {
-            return kOptionsBad;
-        }
+        ++i;
+    }
+    if (out->maxWorkers < out->workers) {
+        *err = "--max-workers is below --workers";
+        return kOptionsBad;
     }
     return kOptionsOk;
 }
@@ -111,14 +135,19 @@ std::string HostUsage(const char* argv0) {
            " [options]\n"
            "  --module PATH         plug-in module (default: <bindir>/../lib/libvksapiMultiTaskApp.so)\n"
            "  --listen HOST:PORT    address to serve (default 127.0.0.1:8080; port 0 picks a free one)\n"
-           "  --workers N           threads that run the handler phases (default 4)\n"
+           "  --workers N           threads per road started at once (default 4)\n"
+           "  --max-workers N       threads per road at most (default 16)\n"
            "  --cmd-socket PATH     command-channel socket (default " VW_CMD_SOCKET_DEFAULT
            ")\n"
            "  --oplog FILE          operation log, both languages ('-' for stdout; default: $VW_OPLOG_FILE "
            "or none)\n"
            "  --debug-level N       debug lines of level N and above to stderr (default 3)\n"
-           "  --reply-timeout MS    bound on a reply from the camera side (default 35000)\n"
+           "  --reply-timeout MS    bound on an asynchronous reply (default 35000)\n"
+           "  --cmd-timeout MS      bound on one command-channel exchange (default 5000)\n"
            "  --max-body BYTES      largest response body (default 16777216)\n"
+           "  --max-header-bytes N  largest request line plus headers (default 16384)\n"
+           "  --idle-timeout MS     close a connection silent this long (default 15000)\n"
+           "  --drain-timeout MS    on SIGINT/SIGTERM, time left to requests in flight (default 10000)\n"
            "  --help                this text\n";
 }
 

@@ -28,6 +28,8 @@ struct RequestCtx {
     struct event* reply;         // the armed descriptor of an awaited reply; loop thread only
     struct event* clientWatch;   // the client's socket while its reply is awaited; loop thread only
     Stage stage;
+    bool holdsLane;  // a write running its phases: the lane of its resource is held until its end
+    bool queued;     // a write waiting in the lane of its resource
 };
 
 }  // namespace vks_host

@@ -84,15 +84,24 @@ TEST_F(ServerCore, RoutesByResourceAndMethodWithJsonErrors) {
         {"GET", "/MultiTaskAppHistory", 404},
         {"GET", "/", 404},
         {"GET", std::string(kResource) + "?pad=" + std::string(1100, 'a'), 414},
+        {"HEAD", "/api/NoSuchResource", 404},  // as GET, with the length of GET's body and no body
+        {"HEAD", kResource, 200},
     };
     for (const Case& c : cases) {
         HttpResponse r = HttpRequest(port_, c.method, c.target);
         EXPECT_EQ(r.status, c.status) << c.method << " " << c.target;
+        if (std::string(c.method) == "HEAD") {
+            EXPECT_EQ(r.body, "");
+            size_t getLength = HttpRequest(port_, "GET", c.target).body.size();
+            EXPECT_EQ(HeaderValue(r, "Content-Length"), std::to_string(getLength + (c.status == 200 ? 1 : 0)))
+                << "GET's length, with the method's name one letter longer";
+            continue;
+        }
         EXPECT_EQ(HeaderValue(r, "Content-Type"), "application/json; charset=utf-8") << c.target;
         if (c.status != 200) {
             JsonView body(r.body);
             EXPECT_EQ(body.Int({"ResponseStatus", "StatusCode"}), c.status) << r.body;
-            EXPECT_EQ(body.Str({"ResponseStatus", "RequestURL"}), c.target) << r.body;
+            EXPECT_EQ(body.Str({"ResponseStatus", "RequestURL"}), c.target.substr(0, 255)) << r.body;
         }
         if (c.status == 405) {
             EXPECT_EQ(HeaderValue(r, "Allow"), "GET, PUT");
@@ -304,7 +313,7 @@ TEST_F(ServerCore, AClientLeavingWhileItsReplyIsOutstandingIsCleanedUp) {
 }
 
 TEST_F(ServerCore, StoppingWithAReplyOutstandingExitsCleanly) {
-    Start();
+    Start({"--drain-timeout", "300"});  // the reply never comes: the drain ends at its time-out
     DxmpPeer peer;
     ASSERT_TRUE(peer.Listen(dir_.File("peer.sock")));
     std::future<HttpResponse> pending = GetAsync();
@@ -328,6 +337,9 @@ TEST(AccessServerCommandLine, RefusesWhatItCannotServe) {
         {{"--workers", "0"}, 2, "bad value for --workers"},
         {{"--listen", "127.0.0.1"}, 2, "bad value for --listen"},
         {{"--bogus", "1"}, 2, "unknown option --bogus"},
+        {{"--bogus"}, 2, "unknown option --bogus"},
+        {{"--cmd-timeout"}, 2, "missing value for --cmd-timeout"},
+        {{"--workers", "8", "--max-workers", "4"}, 2, "--max-workers is below --workers"},
         {{"--module", "/nonexistent/lib.so"}, 1, "cannot load /nonexistent/lib.so"},
     };
     for (const Case& c : cases) {

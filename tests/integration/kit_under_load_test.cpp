@@ -1,0 +1,252 @@
+// The kit under concurrency and abuse: parallel writes lose nothing, a silent command channel holds
+// up nothing else, a stop answers every request in flight, a second emulator leaves the first alone,
+// and the HTTP front stays bounded (header size, idle connections, descriptors running out).
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <fstream>
+#include <future>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "daemons.h"
+#include "http_client.h"
+#include "json_view.h"
+#include "test_env.h"
+
+namespace vks_test {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+long long MsSince(Clock::time_point start) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+}
+
+const char* const kFlags[] = {"matchRate", "snapTime",      "deviceName",   "faceLibName", "name",
+                              "cardId",    "gender",        "province",     "city",        "cardType",
+                              "birthday",  "blackMatchPic", "whiteMatchPic"};
+const std::string kInfos = "/api/MultiTaskAppDisplayRecogInfos?ChannelId=101";
+const std::string kHistory = "/api/MultiTaskAppHistory?ChannelId=101";
+
+class KitUnderLoad : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string why;
+        ASSERT_TRUE(InPrivateMountNamespace(&why)) << why;
+        files_ = {dir_.File("vks.db"), dir_.File("cmd.sock"), dir_.File("results"),
+                  dir_.File("emulator.out")};
+    }
+    void Start(const std::vector<std::string>& emulatorArgs, std::vector<std::string> serverArgs = {}) {
+        std::string err;
+        ASSERT_TRUE(StartEmulator(&emulator_, files_, emulatorArgs, &err)) << err;
+        serverArgs.insert(serverArgs.end(), {"--cmd-socket", files_.cmdSocket});
+        ASSERT_TRUE(StartAccessServer(&server_, LibraryPath("libvksapiMultiTaskApp.so"), serverArgs,
+                                      dir_.File("server.out"), &port_, &err))
+            << err;
+    }
+    void TearDown() override {
+        for (ChildProcess* child : {&server_, &emulator_}) {
+            if (child->Running()) {
+                EXPECT_EQ(child->Stop(SIGTERM, 20000), 0) << child->Output();
+            }
+        }
+    }
+    std::future<HttpResponse> Async(const std::string& method, const std::string& target,
+                                    const std::string& body = "") {
+        uint16_t port = port_;
+        return std::async(std::launch::async,
+                          [=] { return HttpRequest(port, method, target, body, "", 30000); });
+    }
+    static std::string Put(const std::string& key, bool value) {
+        return "{\"" + key + "\": " + (value ? "true" : "false") + "}";
+    }
+
+    ScratchDir dir_;
+    EmulatorFiles files_;
+    ChildProcess emulator_;
+    ChildProcess server_;
+    uint16_t port_ = 0;
+};
+
+TEST_F(KitUnderLoad, ParallelSingleKeyPutsLoseNoAcknowledgedChange) {
+    Start({});
+    auto start = Clock::now();
+    for (int trial = 0; trial < 50; ++trial) {
+        const bool value = trial % 2 != 0;  // every trial flips every flag and switch
+        std::vector<std::future<HttpResponse>> puts;
+        for (int i = 0; i < 13; ++i) {
+            puts.push_back(Async("PUT", kInfos, Put(kFlags[i], value)));
+            puts.push_back(Async("PUT", kHistory, Put("enableRecord", value)));
+        }
+        for (auto& p : puts) {
+            ASSERT_EQ(p.get().status, 200) << "trial " << trial;
+        }
+        JsonView infos(HttpRequest(port_, "GET", kInfos).body);
+        for (const char* flag : kFlags) {
+            ASSERT_EQ(infos.Int({flag}), value ? 1 : 0) << flag << " lost in trial " << trial;
+        }
+        ASSERT_EQ(JsonView(HttpRequest(port_, "GET", kHistory).body).Int({"enableRecord"}), value ? 1 : 0)
+            << "switch lost in trial " << trial;
+    }
+    printf("50 trials of 26 parallel PUTs: %lld ms\n", MsSince(start));
+}
+
+TEST_F(KitUnderLoad, ASilentCommandChannelHoldsUpNothingElse) {
+    Start({"--cmd-fault-no-reply"}, {"--cmd-timeout", "1500"});
+    auto start = Clock::now();
+    std::vector<std::future<HttpResponse>> hung;
+    for (int i = 0; i < 8; ++i) {
+        hung.push_back(Async("GET", kHistory));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));  // all eight are on the channel
+    for (const char* target : {"/api/MultiTaskAppTaskModesCapacity", "/api/NoSuchResource"}) {
+        auto t = Clock::now();
+        int status = HttpRequest(port_, "GET", target).status;
+        long long ms = MsSince(t);
+        EXPECT_EQ(status, target[5] == 'M' ? 200 : 404) << target;
+        EXPECT_LT(ms, 500) << target << " waited behind the silent channel";
+        printf("%s next to 8 hung requests: %lld ms\n", target, ms);
+    }
+    for (auto& h : hung) {
+        EXPECT_EQ(h.get().status, 500);
+    }
+    long long all = MsSince(start);
+    EXPECT_GE(all, 1500);
+    EXPECT_LT(all, 4000) << "the hung requests waited for each other";
+    printf("8 hung requests answered after %lld ms\n", all);
+}
+
+TEST_F(KitUnderLoad, StoppingAnswersEveryRequestInFlightAndKeepsEveryAcknowledgedPut) {
+    Start({"--cmd-fault-command=7032", "--cmd-fault-no-reply"}, {"--cmd-timeout", "1000"});
+    std::vector<std::future<HttpResponse>> gets;
+    std::vector<std::future<HttpResponse>> puts;
+    for (int i = 0; i < 12; ++i) {
+        gets.push_back(Async(
+            "GET",
+            "/api/"
+            "MultiTaskAppHistoryRecords?DatabaseType=0&EndTime=2024-05-01T23:59:59&StartIndex=0&FindNum=5"));
+        puts.push_back(Async("PUT", kInfos, Put(kFlags[i], false)));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    auto start = Clock::now();
+    EXPECT_EQ(server_.Stop(SIGTERM, 20000), 0) << server_.Output();
+    printf("drain of 24 requests took %lld ms\n", MsSince(start));
+    std::vector<bool> stored(12, false);
+    for (int i = 0; i < 12; ++i) {
+        EXPECT_EQ(gets[i].get().status, 500);
+        stored[i] = puts[i].get().status == 200;
+        EXPECT_TRUE(stored[i]) << kFlags[i];
+    }
+    std::string err;
+    ASSERT_TRUE(StartAccessServer(&server_, LibraryPath("libvksapiMultiTaskApp.so"),
+                                  {"--cmd-socket", files_.cmdSocket}, dir_.File("server2.out"), &port_, &err))
+        << err;
+    JsonView infos(HttpRequest(port_, "GET", kInfos).body);
+    for (int i = 0; i < 12; ++i) {
+        EXPECT_EQ(infos.Int({kFlags[i]}), stored[i] ? 0 : 1) << kFlags[i];
+    }
+}
+
+TEST_F(KitUnderLoad, ASecondEmulatorRefusesToStartAndTheFirstKeepsServing) {
+    Start({});
+    const struct {
+        std::string mount;
+        std::string says;
+    } cases[] = {{"/mnt/srvfs", "another service file system is mounted on /mnt/srvfs"},
+                 {dir_.File("mnt2"), "another server answers on " + files_.cmdSocket}};
+    for (const auto& c : cases) {
+        ChildProcess second;
+        std::string err;
+        ASSERT_TRUE(
+            second.Start({BinaryPath("vks_emulator"), "--mount", c.mount, "--db", dir_.File("other.db"),
+                          "--cmd-socket", files_.cmdSocket, "--result-dir", files_.resultDir},
+                         dir_.File("second.out"), &err))
+            << err;
+        EXPECT_EQ(second.Stop(0, 20000), 1) << second.Output();
+        EXPECT_NE(second.Output().find(c.says), std::string::npos) << second.Output();
+    }
+    EXPECT_EQ(HttpRequest(port_, "GET", "/api/MultiTaskAppHistory?ChannelId=101").status, 200);
+    EXPECT_EQ(HttpRequest(port_, "GET", "/api/MultiTaskAppTaskModesCapacity").status, 200);
+}
+
+// CPU time of a process in clock ticks.
+long long CpuTicks(pid_t pid) {
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string field;
+    long long ticks = 0;
+    for (int i = 1; i <= 15 && stat >> field; ++i) {
+        ticks += i >= 14 ? std::stoll(field) : 0;  // utime and stime
+    }
+    return ticks;
+}
+
+TEST_F(KitUnderLoad, HttpLimitsHoldWithoutAnEmulator) {
+    std::string err;
+    ASSERT_TRUE(StartAccessServer(&server_, LibraryPath("libvksapiMultiTaskApp.so"),
+                                  {"--cmd-socket", files_.cmdSocket, "--idle-timeout", "400"},
+                                  dir_.File("server.out"), &port_, &err))
+        << err;
+    // A request line of 1 MiB is refused at the header bound, quickly.
+    auto t = Clock::now();
+    HttpResponse big = HttpRequest(port_, "GET", "/api/x?" + std::string(1 << 20, 'a'));
+    EXPECT_TRUE(big.status == 413 || big.status == 400) << big.status;
+    EXPECT_LT(MsSince(t), 2000);
+    // An idle connection is closed after its time-out.
+    int idle = HttpConnect(port_, 5000);
+    ASSERT_GE(idle, 0);
+    t = Clock::now();
+    char byte;
+    EXPECT_EQ(recv(idle, &byte, 1, 0), 0);
+    long long idleMs = MsSince(t);
+    EXPECT_GE(idleMs, 300);
+    EXPECT_LT(idleMs, 3000);
+    close(idle);
+    printf("idle connection closed after %lld ms\n", idleMs);
+}
+
+TEST_F(KitUnderLoad, DescriptorsRunningOutPauseAcceptingWithOneWarning) {
+    std::string err;
+    ASSERT_TRUE(StartAccessServer(&server_, LibraryPath("libvksapiMultiTaskApp.so"),
+                                  {"--cmd-socket", files_.cmdSocket}, dir_.File("server.out"), &port_, &err))
+        << err;
+    struct rlimit limit = {64, 64};
+    ASSERT_EQ(prlimit(server_.Pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
+    std::vector<int> clients;
+    for (int i = 0; i < 80; ++i) {
+        int fd = HttpConnect(port_, 5000);
+        ASSERT_GE(fd, 0);
+        clients.push_back(fd);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    long long before = CpuTicks(server_.Pid());
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    long long ticks = CpuTicks(server_.Pid()) - before;
+    double cpu = 100.0 * ticks / sysconf(_SC_CLK_TCK) / 2.0;
+    EXPECT_LT(cpu, 5.0);
+    printf("server CPU with descriptors exhausted: %.1f %%\n", cpu);
+    for (int fd : clients) {
+        close(fd);
+    }
+    auto t = Clock::now();
+    HttpResponse r;
+    while (r.status != 404 && MsSince(t) < 10000) {
+        r = HttpRequest(port_, "GET", "/api/NoSuchResource");
+    }
+    EXPECT_EQ(r.status, 404);
+    std::string out = server_.Output();
+    size_t warnings = 0;
+    for (size_t at = out.find("accept failed"); at != std::string::npos;
+         at = out.find("accept failed", at + 1)) {
+        ++warnings;
+    }
+    EXPECT_EQ(warnings, 1u) << out;
+}
+
+}  // namespace
+}  // namespace vks_test
