@@ -5,6 +5,7 @@
 #include <event2/bufferevent.h>
 #include <event2/event.h>
 #include <event2/http.h>
+#include <event2/http_struct.h>
 #include <event2/listener.h>
 #include <event2/thread.h>
 #include <netinet/in.h>
@@ -171,14 +172,45 @@ void OnReplyReady(evutil_socket_t fd, short what, void* arg) {
     SubmitJob(ctx, Stage::kRecv);
 }
 
+void DropClient(RequestCtx* ctx) {
+    evhttp_connection_free(evhttp_request_get_connection(ctx->req));
+}
+
+// Loop thread: the probe went out a moment ago. A client that had closed its socket for good
+// answered it with a reset; one that only half-closed it keeps waiting for its answer.
+void OnProbeDone(evutil_socket_t fd, short, void* arg) {
+    auto* ctx = static_cast<RequestCtx*>(arg);
+    int err = 0;
+    socklen_t len = sizeof(err);
+    FreeEvent(&ctx->clientWatch);
+    if (getsockopt(fd, SOL_SOCKET, SO_ERROR, &err, &len) != 0 || err != 0) {
+        DropClient(ctx);
+    }
+}
+
 // Loop thread: evhttp does not read a connection whose request is being handled, so a client that
 // leaves while its reply is awaited is noticed here. Freeing the connection runs OnClientGone.
+// End of file means the client closed its socket or only its sending side (a half-close, which
+// HTTP allows). An HTTP/1.1 client is then sent an interim "100 Continue", which every such client
+// must skip: a socket closed for good answers it with a reset. An HTTP/1.0 client keeps its request.
 void OnClientReadable(evutil_socket_t fd, short, void* arg) {
     auto* ctx = static_cast<RequestCtx*>(arg);
+    static const char kProbe[] = "HTTP/1.1 100 Continue\r\n\r\n";
+    static const struct timeval kProbeWait = {0, 50 * 1000};
     char byte = 0;
     ssize_t n = recv(fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
-    if (n == 0 || (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK)) {
-        evhttp_connection_free(evhttp_request_get_connection(ctx->req));
+    FreeEvent(&ctx->clientWatch);
+    if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK) {
+        DropClient(ctx);
+    } else if (n == 0 && ctx->req->major == 1 && ctx->req->minor >= 1) {
+        if (send(fd, kProbe, sizeof(kProbe) - 1, MSG_NOSIGNAL | MSG_DONTWAIT) < 0) {
+            DropClient(ctx);
+            return;
+        }
+        ctx->clientWatch = event_new(ctx->server->base, fd, 0, &OnProbeDone, ctx);
+        if (ctx->clientWatch != nullptr && event_add(ctx->clientWatch, &kProbeWait) != 0) {
+            FreeEvent(&ctx->clientWatch);
+        }
     }
     // More data from a live client (a pipelined request) waits for the answer; the watch ends.
 }

@@ -312,6 +312,27 @@ TEST_F(ServerCore, AClientLeavingWhileItsReplyIsOutstandingIsCleanedUp) {
     EXPECT_EQ(Get("?result=0").status, 200);
 }
 
+TEST_F(ServerCore, AHalfClosedClientStillGetsItsAnswer) {
+    Start();
+    DxmpPeer peer;
+    ASSERT_TRUE(peer.Listen(dir_.File("peer.sock")));
+    int client = HttpConnect(port_, 10000);
+    ASSERT_GE(client, 0);
+    ASSERT_TRUE(
+        HttpSendRequest(client, "GET", std::string(kResource) + "?peer=" + dir_.File("peer.sock"), "", ""));
+    ASSERT_EQ(shutdown(client, SHUT_WR), 0);
+    int fd = peer.AcceptRequest(10000);
+    ASSERT_GE(fd, 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));  // the server has seen the end of file
+    ASSERT_TRUE(DxmpPeer::Reply(fd, "late", 0));
+    HttpResponse r;
+    ASSERT_TRUE(HttpReadResponse(client, &r));
+    EXPECT_EQ(r.status, 200);
+    EXPECT_EQ(JsonView(r.body).Str({"trace"}), "Run,Recv:late,Format") << r.body;
+    close(client);
+    close(fd);
+}
+
 TEST_F(ServerCore, StoppingWithAReplyOutstandingExitsCleanly) {
     Start({"--drain-timeout", "300"});  // the reply never comes: the drain ends at its time-out
     DxmpPeer peer;
