@@ -6,7 +6,6 @@
 #include <event2/event.h>
 #include <event2/http.h>
 #include <event2/http_struct.h>
-#include <event2/listener.h>
 #include <event2/thread.h>
 #include <netinet/in.h>
 #include <signal.h>
@@ -19,6 +18,7 @@
 #include <new>
 
 #include "async_hooks.h"
+#include "connections.h"
 #include "host_log.h"
 #include "http_answer.h"
 #include "phases.h"
@@ -118,7 +118,7 @@ void DestroyRequest(RequestCtx* ctx) {
 void SendAnswer(RequestCtx* ctx) {
     const PhaseRequest& p = ctx->phases;
     HttpStatus status = StatusForResult(EffectiveResult(p), p.parseFailed, p.replyTimedOut);
-    evhttp_connection_set_closecb(evhttp_request_get_connection(ctx->req), nullptr, nullptr);
+    CarryRequest(ctx->conn, nullptr);
     TrackAnswer(ctx->server, ctx->req);
     SendJson(ctx->req, status.code, status.reason, p.body.text);
     ctx->req = nullptr;
@@ -258,19 +258,9 @@ void SubmitJob(RequestCtx* ctx, Stage stage) {
     ctx->stage = stage;
     if (!ctx->server->pools[ctx->phases.handlers->road].Submit(&PhaseJob, ctx)) {
         if (ctx->req != nullptr) {
-            evhttp_connection_set_closecb(evhttp_request_get_connection(ctx->req), nullptr, nullptr);
+            CarryRequest(ctx->conn, nullptr);
             SendJsonError(ctx->req, 503, "Service Unavailable");
         }
-        DestroyRequest(ctx);
-    }
-}
-
-// Loop thread: libevent is about to free the connection and its pending request.
-void OnClientGone(struct evhttp_connection*, void* arg) {
-    auto* ctx = static_cast<RequestCtx*>(arg);
-    HOST_LOG(1, "client left before the answer to %s", ctx->phases.header.szReqUrl);
-    ctx->req = nullptr;
-    if (ctx->reply != nullptr || ctx->queued) {  // on the loop, not on a worker: clean up now
         DestroyRequest(ctx);
     }
 }
@@ -285,12 +275,14 @@ std::string ResourceOf(struct evhttp_request* req) {
     return resource.find('/') == std::string::npos ? resource : "";
 }
 
-RequestCtx* NewRequest(AccessServer* server, struct evhttp_request* req, const HandlerSet* handlers) {
-    auto* ctx = new (std::nothrow) RequestCtx();
+RequestCtx* NewRequest(AccessServer* server, struct evhttp_request* req, const HandlerSet* handlers,
+                       Connection* conn) {
+    auto* ctx = conn != nullptr ? new (std::nothrow) RequestCtx() : nullptr;
     if (ctx == nullptr) {
         return nullptr;
     }
     ctx->server = server;
+    ctx->conn = conn;
     ctx->req = req;
     struct evbuffer* in = evhttp_request_get_input_buffer(req);
     ctx->phases.requestBody.resize(evbuffer_get_length(in));
@@ -305,12 +297,13 @@ RequestCtx* NewRequest(AccessServer* server, struct evhttp_request* req, const H
         DestroyRequest(ctx);
         return nullptr;
     }
-    evhttp_connection_set_closecb(evhttp_request_get_connection(req), &OnClientGone, ctx);
+    CarryRequest(conn, ctx);
     return ctx;
 }
 
 void OnHttpRequest(struct evhttp_request* req, void* arg) {
     auto* server = static_cast<AccessServer*>(arg);
+    Connection* conn = RequestArrived(server, req);
     if (server->draining) {
         evhttp_add_header(evhttp_request_get_output_headers(req), "Connection", "close");
         TrackAnswer(server, req);
@@ -340,7 +333,7 @@ void OnHttpRequest(struct evhttp_request* req, void* arg) {
         SendJsonError(req, 414, "URI Too Long");
         return;
     }
-    RequestCtx* ctx = NewRequest(server, req, handlers);
+    RequestCtx* ctx = NewRequest(server, req, handlers, conn);
     if (ctx == nullptr) {
         SendJsonError(req, 503, "Service Unavailable");
         return;
@@ -367,11 +360,7 @@ void OnSignal(evutil_socket_t, short, void* arg) {
         return;
     }
     server->draining = true;
-    FreeEvent(&server->acceptPause);
-    if (server->listener != nullptr) {
-        evhttp_del_accept_socket(server->http, server->listener);
-        server->listener = nullptr;
-    }
+    StopAccepting(server);
     HOST_LOG(1, "stopping: %zu requests in flight", server->live.size());
     struct timeval drain = Millis(server->options.drainTimeoutMs);
     server->drainTimer = evtimer_new(server->base, &OnDrainTimeout, server);
@@ -380,49 +369,6 @@ void OnSignal(evutil_socket_t, short, void* arg) {
         return;
     }
     CheckDrained(server);
-}
-
-// Descriptors ran out (or another accept error): accepting pauses for a moment instead of failing
-// in a loop, with one warning per episode; the next accepted connection ends the episode.
-const int kAcceptPauseMs = 100;
-
-void OnAcceptResume(evutil_socket_t, short, void* arg) {
-    auto* server = static_cast<AccessServer*>(arg);
-    if (server->listener != nullptr) {
-        evconnlistener_enable(evhttp_bound_socket_get_listener(server->listener));
-    }
-}
-
-// The listener hands its error callback evhttp's argument, not ours: the server is found through
-// its SIGTERM watch, which is on the loop for as long as the listener is.
-int FindServer(const struct event_base*, const struct event* e, void* arg) {
-    if (event_get_callback(e) != &OnSignal) {
-        return 0;
-    }
-    *static_cast<AccessServer**>(arg) = static_cast<AccessServer*>(event_get_callback_arg(e));
-    return 1;
-}
-
-void OnAcceptError(struct evconnlistener* listener, void*) {
-    int err = EVUTIL_SOCKET_ERROR();
-    AccessServer* server = nullptr;
-    event_base_foreach_event(evconnlistener_get_base(listener), &FindServer, &server);
-    if (server == nullptr) {
-        return;
-    }
-    if (!server->acceptPaused) {
-        HOST_LOG(3, "accept failed: %s; pausing accept while it lasts", strerror(err));
-        server->acceptPaused = true;
-    }
-    struct timeval pause = Millis(kAcceptPauseMs);
-    evconnlistener_disable(listener);
-    evtimer_add(server->acceptPause, &pause);
-}
-
-// evhttp asks for the bufferevent of every accepted connection: the one it would make itself.
-struct bufferevent* OnConnectionAccepted(struct event_base* base, void* arg) {
-    static_cast<AccessServer*>(arg)->acceptPaused = false;
-    return bufferevent_socket_new(base, -1, BEV_OPT_CLOSE_ON_FREE);
 }
 
 uint16_t BoundPort(struct evhttp_bound_socket* socket) {
@@ -454,7 +400,6 @@ int SetUpHttp(AccessServer* server, std::string* err) {
     struct timeval idle = Millis(o.idleTimeoutMs);
     evhttp_set_timeout_tv(server->http, &idle);
     evhttp_set_gencb(server->http, &OnHttpRequest, server);
-    evhttp_set_bevcb(server->http, &OnConnectionAccepted, server);
     struct evhttp_bound_socket* socket =
         evhttp_bind_socket_with_handle(server->http, o.listenHost.c_str(), o.listenPort);
     if (socket == nullptr) {
@@ -469,13 +414,10 @@ int SetUpHttp(AccessServer* server, std::string* err) {
         return -1;
     }
     server->boundPort = BoundPort(socket);
-    server->listener = socket;
-    server->acceptPause = evtimer_new(server->base, &OnAcceptResume, server);
-    if (server->acceptPause == nullptr) {
-        *err = "cannot create the accept timer";
+    if (WatchConnections(server, socket) != 0) {
+        *err = "cannot watch the connections";
         return -1;
     }
-    evconnlistener_set_error_cb(evhttp_bound_socket_get_listener(socket), &OnAcceptError);
     return 0;
 }
 
@@ -492,6 +434,15 @@ int SetUpSignals(AccessServer* server) {
 
 }  // namespace
 
+// Loop thread: libevent is about to free the connection and its pending request.
+void OnClientGone(RequestCtx* ctx) {
+    HOST_LOG(1, "client left before the answer to %s", ctx->phases.header.szReqUrl);
+    ctx->req = nullptr;
+    if (ctx->reply != nullptr || ctx->queued) {  // on the loop, not on a worker: clean up now
+        DestroyRequest(ctx);
+    }
+}
+
 int StartAccessServer(AccessServer* server, const HostOptions& options, const ModuleTable* module,
                       std::string* err) {
     server->options = options;
@@ -502,7 +453,10 @@ int StartAccessServer(AccessServer* server, const HostOptions& options, const Mo
     server->signals[0] = server->signals[1] = nullptr;
     server->drainTimer = nullptr;
     server->acceptPause = nullptr;
-    server->acceptPaused = false;
+    server->acceptBackingOff = false;
+    server->acceptFailing = false;
+    server->atConnectionLimit = false;
+    server->connections = 0;
     server->draining = false;
     server->unsent = 0;
     // Workers activate events of the loop's base; libevent must lock it.
@@ -548,7 +502,7 @@ void StopAccessServer(AccessServer* server) {
         FreeEvent(&e);
     }
     FreeEvent(&server->drainTimer);
-    FreeEvent(&server->acceptPause);
+    UnwatchConnections(server);
     if (server->base != nullptr) {
         event_base_free(server->base);
         server->base = nullptr;

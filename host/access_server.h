@@ -7,6 +7,7 @@
 #include <deque>
 #include <set>
 #include <string>
+#include <unordered_map>
 
 #include "module_table.h"
 #include "options.h"
@@ -16,10 +17,12 @@ struct event_base;
 struct evhttp;
 struct event;
 struct evhttp_bound_socket;
+struct bufferevent;
 
 namespace vks_host {
 
 struct RequestCtx;
+struct Connection;
 
 // The writes of one resource: one runs its phases at a time, the others wait in arrival order.
 struct WriteLane {
@@ -36,7 +39,11 @@ struct AccessServer {
     struct event* signals[2];
     struct event* drainTimer;   // armed once a signal asked to stop
     struct event* acceptPause;  // re-enables accepting after descriptors ran out
-    bool acceptPaused;          // one warning per episode of descriptor exhaustion
+    bool acceptBackingOff;      // accept() failed a moment ago
+    bool acceptFailing;         // one warning per episode of accept() failing
+    bool atConnectionLimit;     // one warning per episode of the connection limit
+    int connections;            // open client connections
+    std::unordered_map<struct bufferevent*, Connection*> connectionsByBev;  // loop thread only
     bool draining;
     int unsent;  // answers handed to evhttp and not yet written whole
     uint16_t boundPort;

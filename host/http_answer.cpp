@@ -28,10 +28,9 @@ void SendJson(struct evhttp_request* req, int code, const char* reason, const st
     evbuffer_free(out);
 }
 
-void SendJsonError(struct evhttp_request* req, int code, const char* reason) {
+std::string StatusEnvelope(int code, const char* reason, const char* target) {
     // The request target cut to the envelope's field, as the module's own envelopes have it.
     char url[sizeof(ZKAPI_RESPONSE_STATUS::RequestURL)] = "";
-    const char* target = evhttp_request_get_uri(req);
     if (target != nullptr) {
         size_t length = strnlen(target, sizeof(url) - 1);
         memcpy(url, target, length);
@@ -44,8 +43,13 @@ void SendJsonError(struct evhttp_request* req, int code, const char* reason) {
     json_object* root = cJSON_CreateObject();
     cJSON_AddItemToObject(root, "ResponseStatus", status);
     const char* text = cJSON_Print(root);
-    SendJson(req, code, reason, text != nullptr ? text : "");
+    std::string envelope = text != nullptr ? text : "";
     cJSON_Delete(root);
+    return envelope;
+}
+
+void SendJsonError(struct evhttp_request* req, int code, const char* reason) {
+    SendJson(req, code, reason, StatusEnvelope(code, reason, evhttp_request_get_uri(req)));
 }
 
 }  // namespace vks_host

@@ -71,6 +71,12 @@ bool ApplyOption(const std::string& name, const char* value, HostOptions* out, s
     } else if (name == "--idle-timeout") {
         ok = ParseNumber(value, 1, INT_MAX, &n);
         out->idleTimeoutMs = static_cast<int>(n);
+    } else if (name == "--header-timeout") {
+        ok = ParseNumber(value, 1, INT_MAX, &n);
+        out->headerTimeoutMs = static_cast<int>(n);
+    } else if (name == "--max-connections") {
+        ok = ParseNumber(value, 1, 1 << 20, &n);
+        out->maxConnections = static_cast<int>(n);
     } else if (name == "--drain-timeout") {
         ok = ParseNumber(value, 0, INT_MAX, &n);
         out->drainTimeoutMs = static_cast<int>(n);
@@ -147,6 +153,8 @@ std::string HostUsage(const char* argv0) {
            "  --max-body BYTES      largest response body (default 16777216)\n"
            "  --max-header-bytes N  largest request line plus headers (default 16384)\n"
            "  --idle-timeout MS     close a connection silent this long (default 15000)\n"
+           "  --header-timeout MS   close a connection whose request takes longer to arrive (default 10000)\n"
+           "  --max-connections N   pause accepting while this many connections are open (default 512)\n"
            "  --drain-timeout MS    on SIGINT/SIGTERM, time left to requests in flight (default 10000)\n"
            "  --help                this text\n";
 }

@@ -189,25 +189,64 @@ long long CpuTicks(pid_t pid) {
 TEST_F(KitUnderLoad, HttpLimitsHoldWithoutAnEmulator) {
     std::string err;
     ASSERT_TRUE(StartAccessServer(&server_, LibraryPath("libvksapiMultiTaskApp.so"),
-                                  {"--cmd-socket", files_.cmdSocket, "--idle-timeout", "400"},
+                                  {"--cmd-socket", files_.cmdSocket, "--idle-timeout", "1000",
+                                   "--header-timeout", "500", "--max-connections", "8"},
                                   dir_.File("server.out"), &port_, &err))
         << err;
-    // A request line of 1 MiB is refused at the header bound, quickly.
+    // Requests evhttp refuses before routing still get the status envelope.
+    const std::pair<std::string, int> refused[] = {
+        {"GET /api/x?" + std::string(1 << 16, 'a') + " HTTP/1.1\r\n\r\n", 400},  // beyond the header bound
+        {"PUT /api/MultiTaskAppHistory HTTP/1.1\r\nContent-Length: 2000000\r\n\r\n", 413},
+        {"FOO /api/x HTTP/1.1\r\n\r\n", 501},
+    };
     auto t = Clock::now();
-    HttpResponse big = HttpRequest(port_, "GET", "/api/x?" + std::string(1 << 20, 'a'));
-    EXPECT_TRUE(big.status == 413 || big.status == 400) << big.status;
+    for (const auto& c : refused) {
+        int fd = HttpConnect(port_, 5000);
+        ASSERT_GE(fd, 0);
+        ASSERT_EQ(send(fd, c.first.data(), c.first.size(), MSG_NOSIGNAL),
+                  static_cast<ssize_t>(c.first.size()));
+        HttpResponse r;
+        EXPECT_TRUE(HttpReadResponse(fd, &r)) << c.second;
+        close(fd);
+        EXPECT_EQ(r.status, c.second);
+        EXPECT_EQ(HeaderValue(r, "Content-Type"), "application/json; charset=utf-8") << c.second;
+        EXPECT_EQ(JsonView(r.body).Int({"ResponseStatus", "StatusCode"}), c.second) << r.body;
+    }
     EXPECT_LT(MsSince(t), 2000);
-    // An idle connection is closed after its time-out.
-    int idle = HttpConnect(port_, 5000);
-    ASSERT_GE(idle, 0);
+    // Eight idle connections fill the limit: a ninth client waits until they are closed as idle.
+    std::vector<int> idle;
+    for (int i = 0; i < 8; ++i) {
+        idle.push_back(HttpConnect(port_, 5000));
+        ASSERT_GE(idle.back(), 0);
+    }
     t = Clock::now();
+    std::future<HttpResponse> ninth = Async("GET", "/api/NoSuchResource");
+    EXPECT_EQ(ninth.wait_for(std::chrono::milliseconds(500)), std::future_status::timeout);
+    EXPECT_EQ(ninth.get().status, 404);
+    long long waited = MsSince(t);
     char byte;
-    EXPECT_EQ(recv(idle, &byte, 1, 0), 0);
-    long long idleMs = MsSince(t);
-    EXPECT_GE(idleMs, 300);
-    EXPECT_LT(idleMs, 3000);
-    close(idle);
-    printf("idle connection closed after %lld ms\n", idleMs);
+    for (int fd : idle) {
+        EXPECT_EQ(recv(fd, &byte, 1, 0), 0) << "an idle connection stayed open";
+        close(fd);
+    }
+    EXPECT_GE(waited, 800);
+    EXPECT_LT(waited, 5000);
+    printf("ninth client answered after the idle ones closed: %lld ms\n", waited);
+    // A request trickling in a byte every 100 ms is cut at the header time-out, not served forever.
+    int slow = HttpConnect(port_, 5000);
+    ASSERT_GE(slow, 0);
+    t = Clock::now();
+    long long cut = -1;
+    for (int i = 0; i < 40 && cut < 0; ++i) {
+        if (send(slow, "G", 1, MSG_NOSIGNAL) != 1 || recv(slow, &byte, 1, MSG_DONTWAIT) == 0) {
+            cut = MsSince(t);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    close(slow);
+    EXPECT_GE(cut, 400);
+    EXPECT_LT(cut, 2500);
+    printf("trickling request cut after %lld ms\n", cut);
 }
 
 TEST_F(KitUnderLoad, DescriptorsRunningOutPauseAcceptingWithOneWarning) {
