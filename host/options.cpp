@@ -40,6 +40,32 @@ bool ParseListen(const std::string& text, HostOptions* out) {
     return true;
 }
 
+// The options that take a whole number: name, range, field.
+struct IntOption {
+    const char* name;
+    long long lo;
+    long long hi;
+    int HostOptions::*field;
+};
+
+const IntOption kIntOptions[] = {
+    {"--workers", 1, 256, &HostOptions::workers},
+    {"--max-workers", 1, 256, &HostOptions::maxWorkers},
+    {"--debug-level", 0, 9, &HostOptions::debugLevel},
+    {"--reply-timeout", 1, INT_MAX, &HostOptions::replyTimeoutMs},
+    {"--cmd-timeout", 1, INT_MAX, &HostOptions::cmdTimeoutMs},
+    {"--max-header-bytes", 256, INT_MAX, &HostOptions::maxHeaderBytes},
+    {"--idle-timeout", 1, INT_MAX, &HostOptions::idleTimeoutMs},
+    {"--header-timeout", 1, INT_MAX, &HostOptions::headerTimeoutMs},
+    {"--max-connections", 1, 1 << 20, &HostOptions::maxConnections},
+    {"--drain-timeout", 0, INT_MAX, &HostOptions::drainTimeoutMs},
+};
+
+bool Refuse(const std::string& name, const char* value, std::string* err) {
+    *err = "bad value for " + name + ": " + value;
+    return false;
+}
+
 // Applies one "--name value" pair; false with *err set when the value is not acceptable.
 bool ApplyOption(const std::string& name, const char* value, HostOptions* out, std::string* err) {
     long long n = 0;
@@ -52,44 +78,21 @@ bool ApplyOption(const std::string& name, const char* value, HostOptions* out, s
         }
         return false;
     }
+    for (const IntOption& o : kIntOptions) {
+        if (name == o.name) {
+            ok = ParseNumber(value, o.lo, o.hi, &n);
+            out->*o.field = static_cast<int>(n);
+            return ok || Refuse(name, value, err);
+        }
+    }
     if (name == "--module") {
         out->modulePath = value;
     } else if (name == "--listen") {
         ok = ParseListen(value, out);
-    } else if (name == "--workers") {
-        ok = ParseNumber(value, 1, 256, &n);
-        out->workers = static_cast<int>(n);
-    } else if (name == "--max-workers") {
-        ok = ParseNumber(value, 1, 256, &n);
-        out->maxWorkers = static_cast<int>(n);
-    } else if (name == "--cmd-timeout") {
-        ok = ParseNumber(value, 1, INT_MAX, &n);
-        out->cmdTimeoutMs = static_cast<int>(n);
-    } else if (name == "--max-header-bytes") {
-        ok = ParseNumber(value, 256, INT_MAX, &n);
-        out->maxHeaderBytes = static_cast<int>(n);
-    } else if (name == "--idle-timeout") {
-        ok = ParseNumber(value, 1, INT_MAX, &n);
-        out->idleTimeoutMs = static_cast<int>(n);
-    } else if (name == "--header-timeout") {
-        ok = ParseNumber(value, 1, INT_MAX, &n);
-        out->headerTimeoutMs = static_cast<int>(n);
-    } else if (name == "--max-connections") {
-        ok = ParseNumber(value, 1, 1 << 20, &n);
-        out->maxConnections = static_cast<int>(n);
-    } else if (name == "--drain-timeout") {
-        ok = ParseNumber(value, 0, INT_MAX, &n);
-        out->drainTimeoutMs = static_cast<int>(n);
     } else if (name == "--cmd-socket") {
         out->cmdSocket = value;
     } else if (name == "--oplog") {
         out->oplogPath = value;
-    } else if (name == "--debug-level") {
-        ok = ParseNumber(value, 0, 9, &n);
-        out->debugLevel = static_cast<int>(n);
-    } else if (name == "--reply-timeout") {
-        ok = ParseNumber(value, 1, INT_MAX, &n);
-        out->replyTimeoutMs = static_cast<int>(n);
     } else if (name == "--max-body") {
         ok = ParseNumber(value, 1, UINT_MAX, &n);
         out->maxBody = static_cast<size_t>(n);
@@ -97,10 +100,7 @@ bool ApplyOption(const std::string& name, const char* value, HostOptions* out, s
         *err = "unknown option " + name;
         return false;
     }
-    if (!ok) {
-        *err = "bad value for " + name + ": " + value;
-    }
-    return ok;
+    return ok || Refuse(name, value, err);
 }
 
 }  // namespace

@@ -39,8 +39,7 @@ protected:
     void SetUp() override {
         std::string why;
         ASSERT_TRUE(InPrivateMountNamespace(&why)) << why;
-        files_ = {dir_.File("vks.db"), dir_.File("cmd.sock"), dir_.File("results"),
-                  dir_.File("emulator.out")};
+        files_ = EmulatorFilesIn(dir_);
     }
     void Start(const std::vector<std::string>& emulatorArgs, std::vector<std::string> serverArgs = {}) {
         std::string err;
