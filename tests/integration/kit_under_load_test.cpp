@@ -44,9 +44,13 @@ protected:
     void Start(const std::vector<std::string>& emulatorArgs, std::vector<std::string> serverArgs = {}) {
         std::string err;
         ASSERT_TRUE(StartEmulator(&emulator_, files_, emulatorArgs, &err)) << err;
-        serverArgs.insert(serverArgs.end(), {"--cmd-socket", files_.cmdSocket});
-        ASSERT_TRUE(StartAccessServer(&server_, LibraryPath("libvksapiMultiTaskApp.so"), serverArgs,
-                                      dir_.File("server.out"), &port_, &err))
+        StartServer(serverArgs);
+    }
+    void StartServer(std::vector<std::string> args, const std::string& output = "server.out") {
+        std::string err;
+        args.insert(args.end(), {"--cmd-socket", files_.cmdSocket});
+        ASSERT_TRUE(StartAccessServer(&server_, LibraryPath("libvksapiMultiTaskApp.so"), args,
+                                      dir_.File(output), &port_, &err))
             << err;
     }
     void TearDown() override {
@@ -106,11 +110,9 @@ TEST_F(KitUnderLoad, ASilentCommandChannelHoldsUpNothingElse) {
     std::this_thread::sleep_for(std::chrono::milliseconds(300));  // all eight are on the channel
     for (const char* target : {"/api/MultiTaskAppTaskModesCapacity", "/api/NoSuchResource"}) {
         auto t = Clock::now();
-        int status = HttpRequest(port_, "GET", target).status;
-        long long ms = MsSince(t);
-        EXPECT_EQ(status, target[5] == 'M' ? 200 : 404) << target;
-        EXPECT_LT(ms, 500) << target << " waited behind the silent channel";
-        printf("%s next to 8 hung requests: %lld ms\n", target, ms);
+        EXPECT_EQ(HttpRequest(port_, "GET", target).status, target[5] == 'M' ? 200 : 404) << target;
+        printf("%s next to 8 hung requests: %lld ms\n", target, MsSince(t));
+        EXPECT_LT(MsSince(t), 500) << target << " waited behind the silent channel";
     }
     for (auto& h : hung) {
         EXPECT_EQ(h.get().status, 500);
@@ -136,39 +138,32 @@ TEST_F(KitUnderLoad, StoppingAnswersEveryRequestInFlightAndKeepsEveryAcknowledge
     auto start = Clock::now();
     EXPECT_EQ(server_.Stop(SIGTERM, 20000), 0) << server_.Output();
     printf("drain of 24 requests took %lld ms\n", MsSince(start));
-    std::vector<bool> stored(12, false);
     for (int i = 0; i < 12; ++i) {
         EXPECT_EQ(gets[i].get().status, 500);
-        stored[i] = puts[i].get().status == 200;
-        EXPECT_TRUE(stored[i]) << kFlags[i];
+        EXPECT_EQ(puts[i].get().status, 200) << kFlags[i];
     }
-    std::string err;
-    ASSERT_TRUE(StartAccessServer(&server_, LibraryPath("libvksapiMultiTaskApp.so"),
-                                  {"--cmd-socket", files_.cmdSocket}, dir_.File("server2.out"), &port_, &err))
-        << err;
+    StartServer({}, "server2.out");
     JsonView infos(HttpRequest(port_, "GET", kInfos).body);
     for (int i = 0; i < 12; ++i) {
-        EXPECT_EQ(infos.Int({kFlags[i]}), stored[i] ? 0 : 1) << kFlags[i];
+        EXPECT_EQ(infos.Int({kFlags[i]}), 0) << kFlags[i] << ": acknowledged, not stored";
     }
 }
 
 TEST_F(KitUnderLoad, ASecondEmulatorRefusesToStartAndTheFirstKeepsServing) {
     Start({});
-    const struct {
-        std::string mount;
-        std::string says;
-    } cases[] = {{"/mnt/srvfs", "another service file system is mounted on /mnt/srvfs"},
-                 {dir_.File("mnt2"), "another server answers on " + files_.cmdSocket}};
+    const std::pair<std::string, std::string> cases[] = {
+        // mount point, the line it exits with
+        {"/mnt/srvfs", "another service file system is mounted on /mnt/srvfs"},
+        {dir_.File("mnt2"), "another server answers on " + files_.cmdSocket}};
     for (const auto& c : cases) {
         ChildProcess second;
         std::string err;
-        ASSERT_TRUE(
-            second.Start({BinaryPath("vks_emulator"), "--mount", c.mount, "--db", dir_.File("other.db"),
-                          "--cmd-socket", files_.cmdSocket, "--result-dir", files_.resultDir},
-                         dir_.File("second.out"), &err))
+        ASSERT_TRUE(second.Start({BinaryPath("vks_emulator"), "--mount", c.first, "--db", dir_.File("2.db"),
+                                  "--cmd-socket", files_.cmdSocket, "--result-dir", files_.resultDir},
+                                 dir_.File("second.out"), &err))
             << err;
         EXPECT_EQ(second.Stop(0, 20000), 1) << second.Output();
-        EXPECT_NE(second.Output().find(c.says), std::string::npos) << second.Output();
+        EXPECT_NE(second.Output().find(c.second), std::string::npos) << second.Output();
     }
     EXPECT_EQ(HttpRequest(port_, "GET", "/api/MultiTaskAppHistory?ChannelId=101").status, 200);
     EXPECT_EQ(HttpRequest(port_, "GET", "/api/MultiTaskAppTaskModesCapacity").status, 200);
@@ -186,12 +181,7 @@ long long CpuTicks(pid_t pid) {
 }
 
 TEST_F(KitUnderLoad, HttpLimitsHoldWithoutAnEmulator) {
-    std::string err;
-    ASSERT_TRUE(StartAccessServer(&server_, LibraryPath("libvksapiMultiTaskApp.so"),
-                                  {"--cmd-socket", files_.cmdSocket, "--idle-timeout", "1000",
-                                   "--header-timeout", "500", "--max-connections", "8"},
-                                  dir_.File("server.out"), &port_, &err))
-        << err;
+    StartServer({"--idle-timeout", "1000", "--header-timeout", "500", "--max-connections", "8"});
     // Requests evhttp refuses before routing still get the status envelope.
     const std::pair<std::string, int> refused[] = {
         {"GET /api/x?" + std::string(1 << 16, 'a') + " HTTP/1.1\r\n\r\n", 400},  // beyond the header bound
@@ -249,10 +239,7 @@ TEST_F(KitUnderLoad, HttpLimitsHoldWithoutAnEmulator) {
 }
 
 TEST_F(KitUnderLoad, DescriptorsRunningOutPauseAcceptingWithOneWarning) {
-    std::string err;
-    ASSERT_TRUE(StartAccessServer(&server_, LibraryPath("libvksapiMultiTaskApp.so"),
-                                  {"--cmd-socket", files_.cmdSocket}, dir_.File("server.out"), &port_, &err))
-        << err;
+    StartServer({});
     struct rlimit limit = {64, 64};
     ASSERT_EQ(prlimit(server_.Pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
     std::vector<int> clients;
@@ -278,12 +265,9 @@ TEST_F(KitUnderLoad, DescriptorsRunningOutPauseAcceptingWithOneWarning) {
     }
     EXPECT_EQ(r.status, 404);
     std::string out = server_.Output();
-    size_t warnings = 0;
-    for (size_t at = out.find("accept failed"); at != std::string::npos;
-         at = out.find("accept failed", at + 1)) {
-        ++warnings;
-    }
-    EXPECT_EQ(warnings, 1u) << out;
+    size_t first = out.find("accept failed");
+    EXPECT_NE(first, std::string::npos) << out;
+    EXPECT_EQ(out.find("accept failed", first + 1), std::string::npos) << "more than one warning:\n" << out;
 }
 
 }  // namespace
