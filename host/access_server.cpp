@@ -487,6 +487,7 @@ int RunAccessServer(AccessServer* server) {
 }
 
 void StopAccessServer(AccessServer* server) {
+    server->listener = nullptr;  // evhttp_free frees it, before the connections whose ends we count
     if (server->http != nullptr) {
         evhttp_free(server->http);  // drops every connection; their requests lose their client
         server->http = nullptr;
