@@ -47,26 +47,6 @@ timeval Millis(int ms) {
     return {ms / 1000, (ms % 1000) * 1000};
 }
 
-// Once a signal asked to stop, the loop ends when no request is in flight and every answer has
-// left (or when the drain time-out fires).
-void CheckDrained(AccessServer* server) {
-    if (server->draining && server->live.empty() && server->unsent == 0) {
-        event_base_loopexit(server->base, nullptr);
-    }
-}
-
-void OnAnswerSent(struct evhttp_request*, void* arg) {
-    auto* server = static_cast<AccessServer*>(arg);
-    --server->unsent;
-    CheckDrained(server);
-}
-
-// Counts an answer until evhttp has written it whole, so that a drain does not cut it off.
-void TrackAnswer(AccessServer* server, struct evhttp_request* req) {
-    ++server->unsent;
-    evhttp_request_set_on_complete_cb(req, &OnAnswerSent, server);
-}
-
 // A write runs its phases only while it holds the lane of its resource: PreProc's read, Parse's
 // merge and Run's store of one request never interleave with another write of that resource.
 void EnterLane(RequestCtx* ctx) {
@@ -119,7 +99,7 @@ void SendAnswer(RequestCtx* ctx) {
     const PhaseRequest& p = ctx->phases;
     HttpStatus status = StatusForResult(EffectiveResult(p), p.parseFailed, p.replyTimedOut);
     CarryRequest(ctx->conn, nullptr);
-    TrackAnswer(ctx->server, ctx->req);
+    AnswerHandedOver(ctx->conn, ctx->req);
     SendJson(ctx->req, status.code, status.reason, p.body.text);
     ctx->req = nullptr;
 }
@@ -306,7 +286,7 @@ void OnHttpRequest(struct evhttp_request* req, void* arg) {
     Connection* conn = RequestArrived(server, req);
     if (server->draining) {
         evhttp_add_header(evhttp_request_get_output_headers(req), "Connection", "close");
-        TrackAnswer(server, req);
+        AnswerHandedOver(conn, req);
         SendJsonError(req, 503, "Service Unavailable");
         return;
     }
@@ -433,6 +413,14 @@ int SetUpSignals(AccessServer* server) {
 }
 
 }  // namespace
+
+// Once a signal asked to stop, the loop ends when no request is in flight and every answer has
+// left (or when the drain time-out fires).
+void CheckDrained(AccessServer* server) {
+    if (server->draining && server->live.empty() && server->unsent == 0) {
+        event_base_loopexit(server->base, nullptr);
+    }
+}
 
 // Loop thread: libevent is about to free the connection and its pending request.
 void OnClientGone(RequestCtx* ctx) {

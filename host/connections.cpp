@@ -27,6 +27,7 @@ struct Connection {
     struct event* headerTimer;  // armed by the first bytes of a request, until it is complete
     struct event* adopt;        // one pass of the loop after the accept: evhttp has set up evcon
     RequestCtx* ctx;
+    int unsent;  // answers handed to evhttp and not yet written whole
 };
 
 namespace {
@@ -72,6 +73,7 @@ void Release(Connection* conn) {
 void Forget(Connection* conn) {
     AccessServer* server = conn->server;
     server->connectionsByBev.erase(conn->bev);
+    server->unsent -= conn->unsent;  // lost with the connection
     Release(conn);
     if (--server->connections < server->options.maxConnections) {
         server->atConnectionLimit = false;
@@ -84,10 +86,19 @@ void OnConnectionClosed(struct evhttp_connection*, void* arg) {
     auto* conn = static_cast<Connection*>(arg);
     RequestCtx* ctx = conn->ctx;
     conn->ctx = nullptr;
+    AccessServer* server = conn->server;
     if (ctx != nullptr) {
         OnClientGone(ctx);
     }
     Forget(conn);
+    CheckDrained(server);
+}
+
+void OnAnswerWritten(struct evhttp_request*, void* arg) {
+    auto* conn = static_cast<Connection*>(arg);
+    --conn->unsent;
+    --conn->server->unsent;
+    CheckDrained(conn->server);
 }
 
 void Adopt(Connection* conn, struct evhttp_connection* evcon) {
@@ -208,7 +219,7 @@ void OnOutput(struct evbuffer* out, const struct evbuffer_cb_info* info, void* a
 
 Connection* Track(AccessServer* server, struct bufferevent* bev) {
     auto* conn = new (std::nothrow)
-        Connection{server, bev, nullptr, nullptr, nullptr, false, nullptr, nullptr, nullptr};
+        Connection{server, bev, nullptr, nullptr, nullptr, false, nullptr, nullptr, nullptr, 0};
     if (conn == nullptr) {
         return nullptr;
     }
@@ -333,6 +344,14 @@ Connection* RequestArrived(AccessServer* server, struct evhttp_request* req) {
 
 void CarryRequest(Connection* conn, RequestCtx* ctx) {
     conn->ctx = ctx;
+}
+
+void AnswerHandedOver(Connection* conn, struct evhttp_request* req) {
+    if (conn != nullptr) {
+        ++conn->unsent;
+        ++conn->server->unsent;
+        evhttp_request_set_on_complete_cb(req, &OnAnswerWritten, conn);
+    }
 }
 
 }  // namespace vks_host

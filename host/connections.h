@@ -26,8 +26,14 @@ Connection* RequestArrived(AccessServer* server, struct evhttp_request* req);
 // connection closes is handed to OnClientGone.
 void CarryRequest(Connection* conn, RequestCtx* ctx);
 
+// The answer to req is handed to evhttp: it counts as unsent until evhttp has written it whole, or
+// until its connection closes, so that a drain neither cuts it off nor waits for a lost one.
+void AnswerHandedOver(Connection* conn, struct evhttp_request* req);
+
 // Defined by the access server: the client of ctx has gone, its connection is being freed.
 void OnClientGone(RequestCtx* ctx);
+// Defined by the access server: ends the loop when a drain has nothing left to wait for.
+void CheckDrained(AccessServer* server);
 
 }  // namespace vks_host
 
