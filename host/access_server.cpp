@@ -5,17 +5,20 @@
 #include <event2/bufferevent.h>
 #include <event2/event.h>
 #include <event2/http.h>
+#include <event2/http_struct.h>
 #include <event2/thread.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <new>
 
 #include "async_hooks.h"
+#include "connections.h"
 #include "host_log.h"
 #include "http_answer.h"
 #include "phases.h"
@@ -31,6 +34,7 @@ constexpr size_t kMaxRequestBody = 1u << 20;
 constexpr const char kApiPrefix[] = "/api/";
 
 void SubmitJob(RequestCtx* ctx, Stage stage);
+void DestroyRequest(RequestCtx* ctx);
 
 void FreeEvent(struct event** e) {
     if (*e != nullptr) {
@@ -39,21 +43,63 @@ void FreeEvent(struct event** e) {
     }
 }
 
+timeval Millis(int ms) {
+    return {ms / 1000, (ms % 1000) * 1000};
+}
+
+// A write runs its phases only while it holds the lane of its resource: PreProc's read, Parse's
+// merge and Run's store of one request never interleave with another write of that resource.
+void EnterLane(RequestCtx* ctx) {
+    WriteLane& lane = ctx->server->lanes[ctx->phases.handlers->resourceId];
+    if (lane.busy) {
+        ctx->queued = true;
+        lane.waiting.push_back(ctx);
+        return;
+    }
+    lane.busy = true;
+    ctx->holdsLane = true;
+    SubmitJob(ctx, Stage::kFront);
+}
+
+void LeaveLane(RequestCtx* ctx) {
+    WriteLane& lane = ctx->server->lanes[ctx->phases.handlers->resourceId];
+    if (ctx->queued) {
+        lane.waiting.erase(std::find(lane.waiting.begin(), lane.waiting.end(), ctx));
+        ctx->queued = false;
+        return;
+    }
+    if (!ctx->holdsLane) {
+        return;
+    }
+    ctx->holdsLane = false;
+    lane.busy = false;
+    if (!lane.waiting.empty()) {
+        RequestCtx* next = lane.waiting.front();
+        lane.waiting.pop_front();
+        next->queued = false;
+        EnterLane(next);
+    }
+}
+
 void DestroyRequest(RequestCtx* ctx) {
+    AccessServer* server = ctx->server;
     FreeEvent(&ctx->reply);
     FreeEvent(&ctx->clientWatch);
     CancelRegistration(&ctx->phases);
     ReleaseRequestData(&ctx->phases);
     FreeEvent(&ctx->done);
     UnixSocketClose(ctx->phases.client.synSock);
-    ctx->server->live.erase(ctx);
+    LeaveLane(ctx);
+    server->live.erase(ctx);
     delete ctx;
+    CheckDrained(server);
 }
 
 void SendAnswer(RequestCtx* ctx) {
     const PhaseRequest& p = ctx->phases;
     HttpStatus status = StatusForResult(EffectiveResult(p), p.parseFailed, p.replyTimedOut);
-    evhttp_connection_set_closecb(evhttp_request_get_connection(ctx->req), nullptr, nullptr);
+    CarryRequest(ctx->conn, nullptr);
+    AnswerHandedOver(ctx->conn, ctx->req);
     SendJson(ctx->req, status.code, status.reason, p.body.text);
     ctx->req = nullptr;
 }
@@ -106,14 +152,45 @@ void OnReplyReady(evutil_socket_t fd, short what, void* arg) {
     SubmitJob(ctx, Stage::kRecv);
 }
 
+void DropClient(RequestCtx* ctx) {
+    evhttp_connection_free(evhttp_request_get_connection(ctx->req));
+}
+
+// Loop thread: the probe went out a moment ago. A client that had closed its socket for good
+// answered it with a reset; one that only half-closed it keeps waiting for its answer.
+void OnProbeDone(evutil_socket_t fd, short, void* arg) {
+    auto* ctx = static_cast<RequestCtx*>(arg);
+    int err = 0;
+    socklen_t len = sizeof(err);
+    FreeEvent(&ctx->clientWatch);
+    if (getsockopt(fd, SOL_SOCKET, SO_ERROR, &err, &len) != 0 || err != 0) {
+        DropClient(ctx);
+    }
+}
+
 // Loop thread: evhttp does not read a connection whose request is being handled, so a client that
 // leaves while its reply is awaited is noticed here. Freeing the connection runs OnClientGone.
+// End of file means the client closed its socket or only its sending side (a half-close, which
+// HTTP allows). An HTTP/1.1 client is then sent an interim "100 Continue", which every such client
+// must skip: a socket closed for good answers it with a reset. An HTTP/1.0 client keeps its request.
 void OnClientReadable(evutil_socket_t fd, short, void* arg) {
     auto* ctx = static_cast<RequestCtx*>(arg);
+    static const char kProbe[] = "HTTP/1.1 100 Continue\r\n\r\n";
+    static const struct timeval kProbeWait = {0, 50 * 1000};
     char byte = 0;
     ssize_t n = recv(fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
-    if (n == 0 || (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK)) {
-        evhttp_connection_free(evhttp_request_get_connection(ctx->req));
+    FreeEvent(&ctx->clientWatch);
+    if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK) {
+        DropClient(ctx);
+    } else if (n == 0 && ctx->req->major == 1 && ctx->req->minor >= 1) {
+        if (send(fd, kProbe, sizeof(kProbe) - 1, MSG_NOSIGNAL | MSG_DONTWAIT) < 0) {
+            DropClient(ctx);
+            return;
+        }
+        ctx->clientWatch = event_new(ctx->server->base, fd, 0, &OnProbeDone, ctx);
+        if (ctx->clientWatch != nullptr && event_add(ctx->clientWatch, &kProbeWait) != 0) {
+            FreeEvent(&ctx->clientWatch);
+        }
     }
     // More data from a live client (a pipelined request) waits for the answer; the watch ends.
 }
@@ -129,8 +206,7 @@ void WatchClient(RequestCtx* ctx) {
 
 void ArmReply(RequestCtx* ctx) {
     const PhaseRequest& p = ctx->phases;
-    int ms = ctx->server->options.replyTimeoutMs;
-    struct timeval timeout = {ms / 1000, (ms % 1000) * 1000};
+    struct timeval timeout = Millis(ctx->server->options.replyTimeoutMs);
     ctx->reply = event_new(ctx->server->base, p.asyncFd, EV_READ, &OnReplyReady, ctx);
     if (ctx->reply == nullptr || event_add(ctx->reply, &timeout) != 0) {
         HOST_LOG(3, "cannot wait for fd %d", p.asyncFd);
@@ -160,21 +236,11 @@ void OnJobDone(evutil_socket_t, short, void* arg) {
 
 void SubmitJob(RequestCtx* ctx, Stage stage) {
     ctx->stage = stage;
-    if (!ctx->server->pool.Submit(&PhaseJob, ctx)) {
+    if (!ctx->server->pools[ctx->phases.handlers->road].Submit(&PhaseJob, ctx)) {
         if (ctx->req != nullptr) {
-            evhttp_connection_set_closecb(evhttp_request_get_connection(ctx->req), nullptr, nullptr);
+            CarryRequest(ctx->conn, nullptr);
             SendJsonError(ctx->req, 503, "Service Unavailable");
         }
-        DestroyRequest(ctx);
-    }
-}
-
-// Loop thread: libevent is about to free the connection and its pending request.
-void OnClientGone(struct evhttp_connection*, void* arg) {
-    auto* ctx = static_cast<RequestCtx*>(arg);
-    HOST_LOG(1, "client left before the answer to %s", ctx->phases.header.szReqUrl);
-    ctx->req = nullptr;
-    if (ctx->reply != nullptr) {  // waiting on the loop, not on a worker: clean up now
         DestroyRequest(ctx);
     }
 }
@@ -189,12 +255,14 @@ std::string ResourceOf(struct evhttp_request* req) {
     return resource.find('/') == std::string::npos ? resource : "";
 }
 
-RequestCtx* NewRequest(AccessServer* server, struct evhttp_request* req, const HandlerSet* handlers) {
-    auto* ctx = new (std::nothrow) RequestCtx();
+RequestCtx* NewRequest(AccessServer* server, struct evhttp_request* req, const HandlerSet* handlers,
+                       Connection* conn) {
+    auto* ctx = conn != nullptr ? new (std::nothrow) RequestCtx() : nullptr;
     if (ctx == nullptr) {
         return nullptr;
     }
     ctx->server = server;
+    ctx->conn = conn;
     ctx->req = req;
     struct evbuffer* in = evhttp_request_get_input_buffer(req);
     ctx->phases.requestBody.resize(evbuffer_get_length(in));
@@ -202,25 +270,34 @@ RequestCtx* NewRequest(AccessServer* server, struct evhttp_request* req, const H
     InitPhaseRequest(&ctx->phases, handlers, server->options.maxBody);
     FillRequestHeader(req, &ctx->phases.header);
     ctx->phases.client.synSock =
-        UnixSocketOpen(server->options.cmdSocket.c_str(), server->options.replyTimeoutMs);
+        UnixSocketOpen(server->options.cmdSocket.c_str(), server->options.cmdTimeoutMs);
     ctx->done = event_new(server->base, -1, 0, &OnJobDone, ctx);
     server->live.insert(ctx);
     if (ctx->done == nullptr) {
         DestroyRequest(ctx);
         return nullptr;
     }
-    evhttp_connection_set_closecb(evhttp_request_get_connection(req), &OnClientGone, ctx);
+    CarryRequest(conn, ctx);
     return ctx;
 }
 
 void OnHttpRequest(struct evhttp_request* req, void* arg) {
     auto* server = static_cast<AccessServer*>(arg);
+    Connection* conn = RequestArrived(server, req);
+    if (server->draining) {
+        evhttp_add_header(evhttp_request_get_output_headers(req), "Connection", "close");
+        AnswerHandedOver(conn, req);
+        SendJsonError(req, 503, "Service Unavailable");
+        return;
+    }
     std::string resource = ResourceOf(req);
     const HandlerSet* handlers = nullptr;
     RouteLookup found = kNoSuchResource;
     if (!resource.empty()) {
-        found = FindRoute(*server->module, resource.c_str(), MethodName(evhttp_request_get_command(req)),
-                          &handlers);
+        // HEAD runs the GET's phases; the answer then goes out without its body.
+        enum evhttp_cmd_type cmd = evhttp_request_get_command(req);
+        found = FindRoute(*server->module, resource.c_str(),
+                          MethodName(cmd == EVHTTP_REQ_HEAD ? EVHTTP_REQ_GET : cmd), &handlers);
     }
     if (found == kNoSuchResource) {
         SendJsonError(req, 404, "Not Found");
@@ -236,16 +313,42 @@ void OnHttpRequest(struct evhttp_request* req, void* arg) {
         SendJsonError(req, 414, "URI Too Long");
         return;
     }
-    RequestCtx* ctx = NewRequest(server, req, handlers);
+    RequestCtx* ctx = NewRequest(server, req, handlers, conn);
     if (ctx == nullptr) {
         SendJsonError(req, 503, "Service Unavailable");
         return;
     }
-    SubmitJob(ctx, Stage::kFront);
+    if (handlers->writes) {
+        EnterLane(ctx);
+    } else {
+        SubmitJob(ctx, Stage::kFront);
+    }
 }
 
+void OnDrainTimeout(evutil_socket_t, short, void* arg) {
+    auto* server = static_cast<AccessServer*>(arg);
+    HOST_LOG(3, "drain time-out: %zu requests still in flight", server->live.size());
+    event_base_loopexit(server->base, nullptr);
+}
+
+// The first signal stops accepting and lets the requests in flight finish and be answered; a
+// second one ends the loop at once.
 void OnSignal(evutil_socket_t, short, void* arg) {
-    event_base_loopexit(static_cast<struct event_base*>(arg), nullptr);
+    auto* server = static_cast<AccessServer*>(arg);
+    if (server->draining) {
+        event_base_loopexit(server->base, nullptr);
+        return;
+    }
+    server->draining = true;
+    StopAccepting(server);
+    HOST_LOG(1, "stopping: %zu requests in flight", server->live.size());
+    struct timeval drain = Millis(server->options.drainTimeoutMs);
+    server->drainTimer = evtimer_new(server->base, &OnDrainTimeout, server);
+    if (server->drainTimer == nullptr || evtimer_add(server->drainTimer, &drain) != 0) {
+        event_base_loopexit(server->base, nullptr);
+        return;
+    }
+    CheckDrained(server);
 }
 
 uint16_t BoundPort(struct evhttp_bound_socket* socket) {
@@ -271,9 +374,12 @@ int SetUpHttp(AccessServer* server, std::string* err) {
     evhttp_set_allowed_methods(server->http, EVHTTP_REQ_GET | EVHTTP_REQ_POST | EVHTTP_REQ_HEAD |
                                                  EVHTTP_REQ_PUT | EVHTTP_REQ_DELETE | EVHTTP_REQ_OPTIONS |
                                                  EVHTTP_REQ_TRACE | EVHTTP_REQ_CONNECT | EVHTTP_REQ_PATCH);
-    evhttp_set_max_body_size(server->http, kMaxRequestBody);
-    evhttp_set_gencb(server->http, &OnHttpRequest, server);
     const HostOptions& o = server->options;
+    evhttp_set_max_body_size(server->http, kMaxRequestBody);
+    evhttp_set_max_headers_size(server->http, o.maxHeaderBytes);
+    struct timeval idle = Millis(o.idleTimeoutMs);
+    evhttp_set_timeout_tv(server->http, &idle);
+    evhttp_set_gencb(server->http, &OnHttpRequest, server);
     struct evhttp_bound_socket* socket =
         evhttp_bind_socket_with_handle(server->http, o.listenHost.c_str(), o.listenPort);
     if (socket == nullptr) {
@@ -288,13 +394,17 @@ int SetUpHttp(AccessServer* server, std::string* err) {
         return -1;
     }
     server->boundPort = BoundPort(socket);
+    if (WatchConnections(server, socket) != 0) {
+        *err = "cannot watch the connections";
+        return -1;
+    }
     return 0;
 }
 
 int SetUpSignals(AccessServer* server) {
     const int numbers[2] = {SIGINT, SIGTERM};
     for (int i = 0; i < 2; ++i) {
-        server->signals[i] = evsignal_new(server->base, numbers[i], &OnSignal, server->base);
+        server->signals[i] = evsignal_new(server->base, numbers[i], &OnSignal, server);
         if (server->signals[i] == nullptr || event_add(server->signals[i], nullptr) != 0) {
             return -1;
         }
@@ -304,13 +414,39 @@ int SetUpSignals(AccessServer* server) {
 
 }  // namespace
 
+// Once a signal asked to stop, the loop ends when no request is in flight and every answer has
+// left (or when the drain time-out fires).
+void CheckDrained(AccessServer* server) {
+    if (server->draining && server->live.empty() && server->unsent == 0) {
+        event_base_loopexit(server->base, nullptr);
+    }
+}
+
+// Loop thread: libevent is about to free the connection and its pending request.
+void OnClientGone(RequestCtx* ctx) {
+    HOST_LOG(1, "client left before the answer to %s", ctx->phases.header.szReqUrl);
+    ctx->req = nullptr;
+    if (ctx->reply != nullptr || ctx->queued) {  // on the loop, not on a worker: clean up now
+        DestroyRequest(ctx);
+    }
+}
+
 int StartAccessServer(AccessServer* server, const HostOptions& options, const ModuleTable* module,
                       std::string* err) {
     server->options = options;
     server->module = module;
     server->base = nullptr;
     server->http = nullptr;
+    server->listener = nullptr;
     server->signals[0] = server->signals[1] = nullptr;
+    server->drainTimer = nullptr;
+    server->acceptPause = nullptr;
+    server->acceptBackingOff = false;
+    server->acceptFailing = false;
+    server->atConnectionLimit = false;
+    server->connections = 0;
+    server->draining = false;
+    server->unsent = 0;
     // Workers activate events of the loop's base; libevent must lock it.
     if (evthread_use_pthreads() != 0 || (server->base = event_base_new()) == nullptr) {
         *err = "cannot create the event loop";
@@ -325,9 +461,11 @@ int StartAccessServer(AccessServer* server, const HostOptions& options, const Mo
         return -1;
     }
     InstallAsynEventHooks();
-    if (server->pool.Start(options.workers) != 0) {
-        *err = "cannot start the worker threads";
-        return -1;
+    for (WorkerPool& pool : server->pools) {
+        if (pool.Start(options.workers, options.maxWorkers) != 0) {
+            *err = "cannot start the worker threads";
+            return -1;
+        }
     }
     return 0;
 }
@@ -337,21 +475,23 @@ int RunAccessServer(AccessServer* server) {
 }
 
 void StopAccessServer(AccessServer* server) {
+    server->listener = nullptr;  // evhttp_free frees it, before the connections whose ends we count
     if (server->http != nullptr) {
         evhttp_free(server->http);  // drops every connection; their requests lose their client
         server->http = nullptr;
     }
-    server->pool.Stop();  // jobs already queued still finish, so their slots are released by Format
+    for (WorkerPool& pool : server->pools) {
+        pool.Stop();  // jobs already queued still finish, so their slots are released by Format
+    }
     while (!server->live.empty()) {
         DestroyRequest(*server->live.begin());
     }
     DxmpSetAsynEventHooks(nullptr, nullptr, nullptr);
     for (struct event*& e : server->signals) {
-        if (e != nullptr) {
-            event_free(e);
-            e = nullptr;
-        }
+        FreeEvent(&e);
     }
+    FreeEvent(&server->drainTimer);
+    UnwatchConnections(server);
     if (server->base != nullptr) {
         event_base_free(server->base);
         server->base = nullptr;

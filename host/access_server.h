@@ -4,8 +4,10 @@
 #define VKS_HOST_ACCESS_SERVER_H
 
 #include <cstdint>
+#include <deque>
 #include <set>
 #include <string>
+#include <unordered_map>
 
 #include "module_table.h"
 #include "options.h"
@@ -14,26 +16,47 @@
 struct event_base;
 struct evhttp;
 struct event;
+struct evhttp_bound_socket;
+struct bufferevent;
 
 namespace vks_host {
 
 struct RequestCtx;
+struct Connection;
+
+// The writes of one resource: one runs its phases at a time, the others wait in arrival order.
+struct WriteLane {
+    bool busy = false;
+    std::deque<RequestCtx*> waiting;
+};
 
 struct AccessServer {
     HostOptions options;
     const ModuleTable* module;
     struct event_base* base;
     struct evhttp* http;
+    struct evhttp_bound_socket* listener;
     struct event* signals[2];
+    struct event* drainTimer;   // armed once a signal asked to stop
+    struct event* acceptPause;  // re-enables accepting after descriptors ran out
+    bool acceptBackingOff;      // accept() failed a moment ago
+    bool acceptFailing;         // one warning per episode of accept() failing
+    bool atConnectionLimit;     // one warning per episode of the connection limit
+    int connections;            // open client connections
+    std::unordered_map<struct bufferevent*, Connection*> connectionsByBev;  // loop thread only
+    bool draining;
+    int unsent;  // answers handed to evhttp and not yet written whole
     uint16_t boundPort;
-    WorkerPool pool;
-    std::set<RequestCtx*> live;  // touched by the loop thread only
+    WorkerPool pools[kRoadCount];
+    WriteLane lanes[kRouteCount];  // by HandlerSet::resourceId; loop thread only
+    std::set<RequestCtx*> live;    // touched by the loop thread only
 };
 
 // Binds the listening socket and starts the workers. 0, or -1 with the reason in *err.
 int StartAccessServer(AccessServer* server, const HostOptions& options, const ModuleTable* module,
                       std::string* err);
-// Serves until SIGINT or SIGTERM.
+// Serves until SIGINT or SIGTERM, then until the requests in flight are answered (bounded by the
+// drain time-out).
 int RunAccessServer(AccessServer* server);
 // Stops the workers and releases every request still in flight; the module stays loaded.
 void StopAccessServer(AccessServer* server);

@@ -1,13 +1,23 @@
 #include "http_answer.h"
 
 #include <event2/buffer.h>
-#include <json-c/json.h>
+
+#include <cstring>
+
+#include "cjson.h"
+#include "zkapi_common.h"
 
 namespace vks_host {
 
 void SendJson(struct evhttp_request* req, int code, const char* reason, const std::string& body) {
     struct evkeyvalq* headers = evhttp_request_get_output_headers(req);
     evhttp_add_header(headers, "Content-Type", "application/json; charset=utf-8");
+    if (evhttp_request_get_command(req) == EVHTTP_REQ_HEAD) {
+        // evhttp would send a HEAD answer's body and no length: the length of the GET's body, alone.
+        evhttp_add_header(headers, "Content-Length", std::to_string(body.size()).c_str());
+        evhttp_send_reply(req, code, reason, nullptr);
+        return;
+    }
     struct evbuffer* out = evbuffer_new();
     if (out == nullptr) {
         evhttp_send_error(req, HTTP_INTERNAL, nullptr);
@@ -18,17 +28,28 @@ void SendJson(struct evhttp_request* req, int code, const char* reason, const st
     evbuffer_free(out);
 }
 
+std::string StatusEnvelope(int code, const char* reason, const char* target) {
+    // The request target cut to the envelope's field, as the module's own envelopes have it.
+    char url[sizeof(ZKAPI_RESPONSE_STATUS::RequestURL)] = "";
+    if (target != nullptr) {
+        size_t length = strnlen(target, sizeof(url) - 1);
+        memcpy(url, target, length);
+        url[length] = '\0';
+    }
+    json_object* status = cJSON_CreateObject();
+    cJSON_AddItemToObject(status, "RequestURL", cJSON_CreateString(url));
+    cJSON_AddItemToObject(status, "StatusCode", cJSON_CreateNumber(static_cast<long long>(code)));
+    cJSON_AddItemToObject(status, "StatusString", cJSON_CreateString(reason));
+    json_object* root = cJSON_CreateObject();
+    cJSON_AddItemToObject(root, "ResponseStatus", status);
+    const char* text = cJSON_Print(root);
+    std::string envelope = text != nullptr ? text : "";
+    cJSON_Delete(root);
+    return envelope;
+}
+
 void SendJsonError(struct evhttp_request* req, int code, const char* reason) {
-    json_object* status = json_object_new_object();
-    const char* url = evhttp_request_get_uri(req);
-    json_object_object_add(status, "RequestURL", json_object_new_string(url != nullptr ? url : ""));
-    json_object_object_add(status, "StatusCode", json_object_new_int(code));
-    json_object_object_add(status, "StatusString", json_object_new_string(reason));
-    json_object* root = json_object_new_object();
-    json_object_object_add(root, "ResponseStatus", status);
-    SendJson(req, code, reason,
-             json_object_to_json_string_ext(root, JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE));
-    json_object_put(root);
+    SendJson(req, code, reason, StatusEnvelope(code, reason, evhttp_request_get_uri(req)));
 }
 
 }  // namespace vks_host

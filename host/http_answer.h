@@ -11,6 +11,10 @@ namespace vks_host {
 // Sends body as application/json with the given status.
 void SendJson(struct evhttp_request* req, int code, const char* reason, const std::string& body);
 
+// The status envelope's text: {"ResponseStatus": {"RequestURL" (target cut to the record's field),
+// "StatusCode", "StatusString"}}, printed as the module's bodies are.
+std::string StatusEnvelope(int code, const char* reason, const char* target);
+
 // The status envelope for an error the server answers itself (unknown resource or method, URL too
 // long): {"ResponseStatus": {"RequestURL", "StatusCode" (the HTTP status), "StatusString"}}.
 void SendJsonError(struct evhttp_request* req, int code, const char* reason);

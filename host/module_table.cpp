@@ -11,20 +11,21 @@ struct RouteName {
     const char* resource;
     const char* method;      // HTTP method
     const char* symbolVerb;  // method as spelled in the handler names
+    Road road;
 };
 
 const RouteName kRoutes[kRouteCount] = {
-    {"MultiTaskAppTaskModesAvailableList", "GET", "Get"},
-    {"MultiTaskAppTaskModesCapacity", "GET", "Get"},
-    {"MultiTaskAppTaskModesEnableList", "GET", "Get"},
-    {"MultiTaskAppDisplayRecogPopUps", "GET", "Get"},
-    {"MultiTaskAppDisplayRecogPopUps", "PUT", "Put"},
-    {"MultiTaskAppDisplayRecogInfos", "GET", "Get"},
-    {"MultiTaskAppDisplayRecogInfos", "PUT", "Put"},
-    {"MultiTaskAppHistory", "GET", "Get"},
-    {"MultiTaskAppHistory", "PUT", "Put"},
-    {"MultiTaskAppHistoryRecords", "GET", "Get"},
-    {"MultiTaskAppHistoryRecords", "DELETE", "Delete"},
+    {"MultiTaskAppTaskModesAvailableList", "GET", "Get", kRoadServiceFs},
+    {"MultiTaskAppTaskModesCapacity", "GET", "Get", kRoadServiceFs},
+    {"MultiTaskAppTaskModesEnableList", "GET", "Get", kRoadServiceFs},
+    {"MultiTaskAppDisplayRecogPopUps", "GET", "Get", kRoadServiceFs},
+    {"MultiTaskAppDisplayRecogPopUps", "PUT", "Put", kRoadServiceFs},
+    {"MultiTaskAppDisplayRecogInfos", "GET", "Get", kRoadCommand},
+    {"MultiTaskAppDisplayRecogInfos", "PUT", "Put", kRoadCommand},
+    {"MultiTaskAppHistory", "GET", "Get", kRoadCommand},
+    {"MultiTaskAppHistory", "PUT", "Put", kRoadCommand},
+    {"MultiTaskAppHistoryRecords", "GET", "Get", kRoadCommand},
+    {"MultiTaskAppHistoryRecords", "DELETE", "Delete", kRoadCommand},
 };
 
 void* Resolve(void* handle, const char* phase, const RouteName& route) {
@@ -57,6 +58,15 @@ int LoadModule(const char* path, ModuleTable* table, std::string* err) {
         HandlerSet& set = table->routes[i];
         set.resource = r.resource;
         set.method = r.method;
+        set.resourceId = i;
+        for (int j = 0; j < i; ++j) {
+            if (strcmp(kRoutes[j].resource, r.resource) == 0) {
+                set.resourceId = j;
+                break;
+            }
+        }
+        set.road = r.road;
+        set.writes = strcmp(r.method, "GET") != 0;
         set.preProc = As<PreProcFn>(Resolve(table->handle, "PreProc", r));
         set.parse = As<ParseFn>(Resolve(table->handle, "Parse", r));
         set.run = As<RunFn>(Resolve(table->handle, "Run", r));

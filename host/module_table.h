@@ -16,10 +16,17 @@ using RunFn = VW_RESULT_TYPE (*)(tagHTTP_HEADER_S*, tagHTTP_CLIENT_S*, tagHTTP_C
 using FormatFn = VW_RESULT_TYPE (*)(tagHTTP_HEADER_S*, VW_RESULT_TYPE, tagHTTP_CNTENT_INTER_S*,
                                     tagHTTP_BUF_S*);
 
+// The two ways the module reaches the camera side. Requests of one road run on workers of their
+// own, so a road that has gone silent cannot take the workers the other one needs.
+enum Road { kRoadServiceFs = 0, kRoadCommand = 1, kRoadCount = 2 };
+
 // One resource and method. A phase the module does not export stays null and is not called.
 struct HandlerSet {
     const char* resource;
     const char* method;  // HTTP method: "GET", "PUT", "DELETE"
+    int resourceId;      // the same for every method of one resource, 0 to kRouteCount - 1
+    Road road;
+    bool writes;  // PUT or DELETE: a read-merge-write that must not interleave with another
     PreProcFn preProc;
     ParseFn parse;
     RunFn run;

@@ -40,27 +40,59 @@ bool ParseListen(const std::string& text, HostOptions* out) {
     return true;
 }
 
+// The options that take a whole number: name, range, field.
+struct IntOption {
+    const char* name;
+    long long lo;
+    long long hi;
+    int HostOptions::*field;
+};
+
+const IntOption kIntOptions[] = {
+    {"--workers", 1, 256, &HostOptions::workers},
+    {"--max-workers", 1, 256, &HostOptions::maxWorkers},
+    {"--debug-level", 0, 9, &HostOptions::debugLevel},
+    {"--reply-timeout", 1, INT_MAX, &HostOptions::replyTimeoutMs},
+    {"--cmd-timeout", 1, INT_MAX, &HostOptions::cmdTimeoutMs},
+    {"--max-header-bytes", 256, INT_MAX, &HostOptions::maxHeaderBytes},
+    {"--idle-timeout", 1, INT_MAX, &HostOptions::idleTimeoutMs},
+    {"--header-timeout", 1, INT_MAX, &HostOptions::headerTimeoutMs},
+    {"--max-connections", 1, 1 << 20, &HostOptions::maxConnections},
+    {"--drain-timeout", 0, INT_MAX, &HostOptions::drainTimeoutMs},
+};
+
+bool Refuse(const std::string& name, const char* value, std::string* err) {
+    *err = "bad value for " + name + ": " + value;
+    return false;
+}
+
 // Applies one "--name value" pair; false with *err set when the value is not acceptable.
 bool ApplyOption(const std::string& name, const char* value, HostOptions* out, std::string* err) {
     long long n = 0;
     bool ok = true;
+    if (value == nullptr) {
+        // Tried with an empty value only to tell an option we know from one we do not.
+        HostOptions scratch;
+        if (ApplyOption(name, "", &scratch, err) || err->rfind("unknown option", 0) != 0) {
+            *err = "missing value for " + name;
+        }
+        return false;
+    }
+    for (const IntOption& o : kIntOptions) {
+        if (name == o.name) {
+            ok = ParseNumber(value, o.lo, o.hi, &n);
+            out->*o.field = static_cast<int>(n);
+            return ok || Refuse(name, value, err);
+        }
+    }
     if (name == "--module") {
         out->modulePath = value;
     } else if (name == "--listen") {
         ok = ParseListen(value, out);
-    } else if (name == "--workers") {
-        ok = ParseNumber(value, 1, 256, &n);
-        out->workers = static_cast<int>(n);
     } else if (name == "--cmd-socket") {
         out->cmdSocket = value;
     } else if (name == "--oplog") {
         out->oplogPath = value;
-    } else if (name == "--debug-level") {
-        ok = ParseNumber(value, 0, 9, &n);
-        out->debugLevel = static_cast<int>(n);
-    } else if (name == "--reply-timeout") {
-        ok = ParseNumber(value, 1, INT_MAX, &n);
-        out->replyTimeoutMs = static_cast<int>(n);
     } else if (name == "--max-body") {
         ok = ParseNumber(value, 1, UINT_MAX, &n);
         out->maxBody = static_cast<size_t>(n);
@@ -68,10 +100,7 @@ bool ApplyOption(const std::string& name, const char* value, HostOptions* out, s
         *err = "unknown option " + name;
         return false;
     }
-    if (!ok) {
-        *err = "bad value for " + name + ": " + value;
-    }
-    return ok;
+    return ok || Refuse(name, value, err);
 }
 
 }  // namespace
@@ -95,13 +124,14 @@ ParseOutcome ParseHostOptions(int argc, char** argv, HostOptions* out, std::stri
         if (name == "--help" || name == "-h") {
             return kOptionsHelp;
         }
-        if (i + 1 >= argc) {
-            *err = "missing value for " + name;
+        if (!ApplyOption(name, i + 1 < argc ? argv[i + 1] : nullptr, out, err)) {
             return kOptionsBad;
         }
-        if (!ApplyOption(name, argv[++i], out, err)) {
-            return kOptionsBad;
-        }
+        ++i;
+    }
+    if (out->maxWorkers < out->workers) {
+        *err = "--max-workers is below --workers";
+        return kOptionsBad;
     }
     return kOptionsOk;
 }
@@ -111,14 +141,21 @@ std::string HostUsage(const char* argv0) {
            " [options]\n"
            "  --module PATH         plug-in module (default: <bindir>/../lib/libvksapiMultiTaskApp.so)\n"
            "  --listen HOST:PORT    address to serve (default 127.0.0.1:8080; port 0 picks a free one)\n"
-           "  --workers N           threads that run the handler phases (default 4)\n"
+           "  --workers N           threads per road started at once (default 4)\n"
+           "  --max-workers N       threads per road at most (default 16)\n"
            "  --cmd-socket PATH     command-channel socket (default " VW_CMD_SOCKET_DEFAULT
            ")\n"
            "  --oplog FILE          operation log, both languages ('-' for stdout; default: $VW_OPLOG_FILE "
            "or none)\n"
            "  --debug-level N       debug lines of level N and above to stderr (default 3)\n"
-           "  --reply-timeout MS    bound on a reply from the camera side (default 35000)\n"
+           "  --reply-timeout MS    bound on an asynchronous reply (default 35000)\n"
+           "  --cmd-timeout MS      bound on one command-channel exchange (default 5000)\n"
            "  --max-body BYTES      largest response body (default 16777216)\n"
+           "  --max-header-bytes N  largest request line plus headers (default 16384)\n"
+           "  --idle-timeout MS     close a connection silent this long (default 15000)\n"
+           "  --header-timeout MS   close a connection whose request takes longer to arrive (default 10000)\n"
+           "  --max-connections N   pause accepting while this many connections are open (default 512)\n"
+           "  --drain-timeout MS    on SIGINT/SIGTERM, time left to requests in flight (default 10000)\n"
            "  --help                this text\n";
 }
 

@@ -12,12 +12,19 @@ struct HostOptions {
     std::string modulePath;  // libvksapiMultiTaskApp.so
     std::string listenHost = "127.0.0.1";
     uint16_t listenPort = 8080;  // 0: any free port, printed when listening
-    int workers = 4;
+    int workers = 4;             // threads per road started at once
+    int maxWorkers = 16;         // threads per road at most
+    int cmdTimeoutMs = 5000;     // one command-channel exchange
     std::string cmdSocket;
     std::string oplogPath;  // empty: operation log dropped; "-": stdout
     int debugLevel = 3;     // debug lines of this level and above go to stderr
     int replyTimeoutMs = 35000;
-    size_t maxBody = 16u << 20;  // response body bound enforced by Copy2Buf
+    size_t maxBody = 16u << 20;   // response body bound enforced by Copy2Buf
+    int maxHeaderBytes = 16384;   // request line and header block
+    int idleTimeoutMs = 15000;    // a connection silent this long (idle, or stalled mid-request) is closed
+    int headerTimeoutMs = 10000;  // a request must arrive whole this long after its first bytes
+    int maxConnections = 512;     // accepting pauses while this many connections are open
+    int drainTimeoutMs = 10000;   // on SIGINT/SIGTERM, how long requests in flight may take to finish
 };
 
 enum ParseOutcome { kOptionsOk = 0, kOptionsHelp = 1, kOptionsBad = -1 };

@@ -6,6 +6,7 @@
 #include <event2/http.h>
 
 #include "access_server.h"
+#include "connections.h"
 #include "phase_request.h"
 
 namespace vks_host {
@@ -23,11 +24,14 @@ enum class Stage {
 struct RequestCtx {
     PhaseRequest phases;
     AccessServer* server;
+    Connection* conn;            // the connection the request came on; loop thread only
     struct evhttp_request* req;  // null once the client has gone; loop thread only
     struct event* done;          // activated by a worker when its job is over
     struct event* reply;         // the armed descriptor of an awaited reply; loop thread only
     struct event* clientWatch;   // the client's socket while its reply is awaited; loop thread only
     Stage stage;
+    bool holdsLane;  // a write running its phases: the lane of its resource is held until its end
+    bool queued;     // a write waiting in the lane of its resource
 };
 
 }  // namespace vks_host

@@ -8,15 +8,21 @@ WorkerPool::~WorkerPool() {
     Stop();
 }
 
-int WorkerPool::Start(int threads) {
-    for (int i = 0; i < threads; ++i) {
-        try {
-            threads_.emplace_back(&WorkerPool::Loop, this);
-        } catch (const std::system_error&) {
-            break;
-        }
+int WorkerPool::Start(int minThreads, int maxThreads) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    maxThreads_ = static_cast<size_t>(maxThreads > minThreads ? maxThreads : minThreads);
+    for (int i = 0; i < minThreads; ++i) {
+        Grow();
     }
     return threads_.empty() ? -1 : 0;
+}
+
+void WorkerPool::Grow() {
+    try {
+        threads_.emplace_back(&WorkerPool::Loop, this);
+    } catch (const std::system_error&) {
+        // Out of threads: the jobs wait for the ones there are.
+    }
 }
 
 bool WorkerPool::Submit(JobFn fn, void* arg) {
@@ -26,6 +32,9 @@ bool WorkerPool::Submit(JobFn fn, void* arg) {
             return false;
         }
         queue_.push_back({fn, arg});
+        if (queue_.size() > idle_ && threads_.size() < maxThreads_) {
+            Grow();
+        }
     }
     wake_.notify_one();
     return true;
@@ -48,7 +57,9 @@ void WorkerPool::Loop() {
         Job job{};
         {
             std::unique_lock<std::mutex> lock(mutex_);
+            ++idle_;
             wake_.wait(lock, [this] { return stopping_ || !queue_.empty(); });
+            --idle_;
             if (queue_.empty()) {
                 return;  // stopping, and nothing left to run
             }

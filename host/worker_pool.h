@@ -1,4 +1,6 @@
-// A fixed set of threads that run the blocking handler phases, first come first served.
+// Threads that run the blocking handler phases, first come first served. The pool starts with a
+// few threads and adds one whenever a job would otherwise wait, up to a bound; threads stay once
+// started.
 #ifndef VKS_HOST_WORKER_POOL_H
 #define VKS_HOST_WORKER_POOL_H
 
@@ -19,8 +21,8 @@ public:
     WorkerPool(const WorkerPool&) = delete;
     WorkerPool& operator=(const WorkerPool&) = delete;
 
-    // 0, or -1 when no thread could be started.
-    int Start(int threads);
+    // Starts minThreads threads and allows up to maxThreads. 0, or -1 when no thread could be started.
+    int Start(int minThreads, int maxThreads);
     // Queues a job; false once Stop has begun.
     bool Submit(JobFn fn, void* arg);
     // Runs every job already queued, then joins the threads.
@@ -32,11 +34,14 @@ private:
         void* arg;
     };
     void Loop();
+    void Grow();  // with mutex_ held
 
     std::mutex mutex_;
     std::condition_variable wake_;
     std::deque<Job> queue_;
     std::vector<std::thread> threads_;
+    size_t maxThreads_ = 0;
+    size_t idle_ = 0;  // threads waiting for a job
     bool stopping_ = false;
 };
 

@@ -195,7 +195,8 @@ int main(int argc, char** argv) {
     std::string err;
     if (!StartEmulator(&emulator, files, {"--fault-delay=1201:" + std::to_string(config.delayMs)}, &err) ||
         !StartAccessServer(&server, LibraryPath("libvksapiMultiTaskApp.so"),
-                           {"--workers", std::to_string(config.workers), "--cmd-socket", files.cmdSocket},
+                           {"--workers", std::to_string(config.workers), "--max-workers",
+                            std::to_string(config.workers), "--cmd-socket", files.cmdSocket},
                            dir.File("server.out"), &port, &err)) {
         fprintf(stderr, "async_bench: %s\n", err.c_str());
         return 1;

@@ -111,7 +111,11 @@ int32_t RunQuery(CommandContext* ctx, const HistoryRecordQueryPara& para, std::s
 
 // 7032: the query record at the body's start; the answer is a MSG_DATA naming the result file.
 void HandleQuery(CommandContext* ctx, const cmdframe::Request& request, cmdframe::Reply* reply) {
-    if (request.op != cmdframe::kOpMsg || request.payload.size() < sizeof(HistoryRecordQueryPara)) {
+    if (request.op != cmdframe::kOpMsg) {
+        reply->result = VW_PARAM_ERROR;  // only a message reply carries a MSG_DATA
+        return;
+    }
+    if (request.payload.size() < sizeof(HistoryRecordQueryPara)) {
         FillMsgResult(request.cmd, VW_PARAM_ERROR, "", reply);
         return;
     }

@@ -5,6 +5,8 @@
 #include <string.h>
 #include <sys/stat.h>
 
+#include <mutex>
+
 #include "cmd_handlers.h"
 #include "frame_server.h"
 #include "result_file.h"
@@ -14,6 +16,7 @@ namespace cmdchan {
 struct Server::State {
     ServerOptions opts;
     std::unique_ptr<Store> store;
+    std::mutex mutex;  // connections are served concurrently; the commands run one at a time
     CommandContext ctx{};
     std::unique_ptr<FrameServer> frames;  // last: stops serving before the state it uses goes
 };
@@ -56,6 +59,7 @@ bool FaultApplies(const FaultOptions& faults, uint32_t cmd) {
 
 // Answers one request: faults first, then the command itself. False leaves it unanswered.
 bool Answer(Server::State* server, const cmdframe::Request& request, cmdframe::Reply* reply) {
+    std::lock_guard<std::mutex> lock(server->mutex);
     const FaultOptions& faults = server->opts.faults;
     bool applies = FaultApplies(faults, request.cmd);
     if (applies && faults.noReply) {

@@ -5,10 +5,11 @@
 #include <string.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <system_error>
 
 namespace cmdchan {
 namespace {
@@ -17,7 +18,17 @@ namespace {
 // the reply: a stalled client cannot hold the server longer.
 const int kFrameTimeoutMs = 2000;
 
-int Listen(const std::string& path, std::string* error) {
+bool SomeoneAnswers(const struct sockaddr_un& addr) {
+    int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    bool answers =
+        probe >= 0 && connect(probe, reinterpret_cast<const struct sockaddr*>(&addr), sizeof(addr)) == 0;
+    if (probe >= 0) {
+        close(probe);
+    }
+    return answers;
+}
+
+int Listen(const std::string& path, struct stat* made, std::string* error) {
     struct sockaddr_un addr;
     memset(&addr, 0, sizeof(addr));
     addr.sun_family = AF_UNIX;
@@ -26,13 +37,18 @@ int Listen(const std::string& path, std::string* error) {
         return -1;
     }
     memcpy(addr.sun_path, path.c_str(), path.size() + 1);
+    if (SomeoneAnswers(addr)) {
+        *error = "another server answers on " + path;
+        return -1;
+    }
     int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd < 0) {
         *error = std::string("socket: ") + strerror(errno);
         return -1;
     }
-    unlink(path.c_str());
-    if (bind(fd, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) != 0 || listen(fd, 64) != 0) {
+    unlink(path.c_str());  // nobody answers on it: a file left by a server that died
+    if (bind(fd, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) != 0 || listen(fd, 64) != 0 ||
+        stat(path.c_str(), made) != 0) {
         *error = "bind/listen " + path + ": " + strerror(errno);
         close(fd);
         return -1;
@@ -47,10 +63,13 @@ std::unique_ptr<FrameServer> FrameServer::Start(const std::string& socketPath, F
     std::unique_ptr<FrameServer> server(new FrameServer);
     server->path_ = socketPath;
     server->handler_ = std::move(handler);
-    server->listenFd_ = Listen(socketPath, error);
+    struct stat made;
+    server->listenFd_ = Listen(socketPath, &made, error);
     if (server->listenFd_ < 0) {
         return nullptr;
     }
+    server->socketDev_ = made.st_dev;
+    server->socketIno_ = made.st_ino;
     server->wakeFd_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (server->wakeFd_ < 0) {
         *error = std::string("eventfd: ") + strerror(errno);
@@ -67,27 +86,25 @@ FrameServer::~FrameServer() {
         (void)n;
         thread_.join();
     }
-    for (int fd : conns_) {
-        close(fd);
+    for (const std::unique_ptr<Connection>& conn : conns_) {
+        conn->thread.join();
     }
     if (wakeFd_ >= 0) {
         close(wakeFd_);
     }
     if (listenFd_ >= 0) {
         close(listenFd_);
-        unlink(path_.c_str());
+        struct stat now;
+        if (stat(path_.c_str(), &now) == 0 && now.st_dev == socketDev_ && now.st_ino == socketIno_) {
+            unlink(path_.c_str());
+        }
     }
 }
 
 void FrameServer::Serve() {
     for (;;) {
-        std::vector<struct pollfd> fds;
-        fds.push_back({wakeFd_, POLLIN, 0});
-        fds.push_back({listenFd_, POLLIN, 0});
-        for (int fd : conns_) {
-            fds.push_back({fd, POLLIN, 0});
-        }
-        if (poll(fds.data(), fds.size(), -1) < 0 && errno != EINTR) {
+        struct pollfd fds[2] = {{wakeFd_, POLLIN, 0}, {listenFd_, POLLIN, 0}};
+        if (poll(fds, 2, -1) < 0 && errno != EINTR) {
             return;
         }
         if (fds[0].revents != 0) {
@@ -96,20 +113,49 @@ void FrameServer::Serve() {
         if (fds[1].revents != 0) {
             Accept();
         }
-        for (size_t i = 2; i < fds.size(); ++i) {
-            if (fds[i].revents != 0 && !Answer(fds[i].fd)) {
-                close(fds[i].fd);
-                conns_.erase(std::find(conns_.begin(), conns_.end(), fds[i].fd));
-            }
+    }
+}
+
+void FrameServer::Reap() {
+    for (auto it = conns_.begin(); it != conns_.end();) {
+        if ((*it)->done) {
+            (*it)->thread.join();
+            it = conns_.erase(it);
+        } else {
+            ++it;
         }
     }
 }
 
 void FrameServer::Accept() {
+    Reap();
     int fd = accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-    if (fd >= 0) {
-        conns_.push_back(fd);
+    if (fd < 0) {
+        return;
     }
+    std::unique_ptr<Connection> conn(new Connection);
+    conn->fd = fd;
+    try {
+        conn->thread = std::thread(&FrameServer::ServeConnection, this, conn.get());
+    } catch (const std::system_error&) {
+        close(fd);  // out of threads: this client is refused, the others go on
+        return;
+    }
+    conns_.push_back(std::move(conn));
+}
+
+void FrameServer::ServeConnection(Connection* conn) {
+    for (;;) {
+        struct pollfd fds[2] = {{wakeFd_, POLLIN, 0}, {conn->fd, POLLIN, 0}};
+        if (poll(fds, 2, -1) < 0 && errno != EINTR) {
+            break;
+        }
+        if (fds[0].revents != 0 || (fds[1].revents != 0 && !Answer(conn->fd))) {
+            break;
+        }
+    }
+    close(conn->fd);
+    conn->done = true;
 }
 
 bool FrameServer::Answer(int fd) {

@@ -4,11 +4,17 @@
 #include <string.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 
 #include <filesystem>
 #include <system_error>
 
 namespace srvfs {
+namespace {
+
+const decltype(statfs::f_type) kFuseSuperMagic = 0x65735546;  // a mount that a live server answers
+
+}  // namespace
 
 int PrepareMountPoint(const std::string& path, std::string* note, std::string* error) {
     struct stat st;
@@ -21,6 +27,11 @@ int PrepareMountPoint(const std::string& path, std::string* note, std::string* e
             return -1;
         }
         *note = "cleared a stale mount at " + path;
+    }
+    struct statfs fs;
+    if (statfs(path.c_str(), &fs) == 0 && fs.f_type == kFuseSuperMagic) {
+        *error = "another service file system is mounted on " + path;
+        return -1;
     }
     std::error_code ec;
     if (!std::filesystem::create_directories(path, ec) && ec) {

@@ -45,10 +45,15 @@ static_assert(offsetof(MSG_DATA, result) == 176, "MSG_DATA result");
 static_assert(offsetof(MSG_DATA, szPath) == 408, "MSG_DATA szPath");
 #endif
 
+// Length of the record a read of the command gives back.
+#define VW_CMD_HISTORY_SWITCH_RECORD_LEN 16
+#define VW_CMD_DISPLAY_RECOG_INFOS_RECORD_LEN 64
+
 // Reads a record: on success (0) *out holds a malloc block with the record the command reads back,
 // owned by the caller from then on; on failure *out is left unchanged. The block is as long as the
-// record the peer's reply carries (16 bytes for 22025, 64 for 7037). Results: the peer's result,
-// 1 for a null handle, body or out, -1 when the exchange failed (no peer, time-out, bad frame).
+// record the peer's reply carries, and never shorter than the command's record (the lengths above).
+// Results: the peer's result, 1 for a null handle, body or out, -1 when the exchange failed (no
+// peer, time-out, bad frame), 18 when the record is shorter than the command's.
 VW_RESULT_TYPE GetCommon(tagHTTP_HEADER_S* header, tagUNIX_SOCKET_S* sock, VW_CMD_TYPE cmd,
                          vwCmdBody const* body, void** out, unsigned long long reserved, char const* tag);
 // Writes a record of length bytes (at most VW_CMD_BODY_LEN). Results as for GetCommon.

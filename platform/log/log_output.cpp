@@ -119,11 +119,18 @@ void LogOutputOpLog(const VW_OPLOG_LINE_S* line) {
     LogOutputState& state = ConfiguredState();
     char stamp[40];
     LogTimestamp(stamp, sizeof(stamp));
+    // The file is tab-separated, one operation a line: a tab or line break inside a text (a user
+    // name from the request, say) must not make a field or a line of its own.
+    LogText english;
+    LogText chinese;
+    english.text = chinese.text = nullptr;
     LogText text;
-    LogTextFormat(&text, "%s\tdest=%d\tmodule=%d\t%s\t%s\n", stamp, line->dest, line->module, line->english,
-                  line->chinese);
+    LogTextFormat(&text, "%s\tdest=%d\tmodule=%d\t%s\t%s\n", stamp, line->dest, line->module,
+                  LogTextEscape(line->english, &english), LogTextEscape(line->chinese, &chinese));
     WriteLine(state, -1, text);
     LogTextRelease(&text);
+    LogTextRelease(&english);
+    LogTextRelease(&chinese);
 }
 
 void VW_SetLogLevel(int minLevel) {

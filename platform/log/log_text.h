@@ -20,6 +20,12 @@ void LogTextFormatV(LogText* out, const char* fmt, va_list ap);
 void LogTextFormat(LogText* out, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
 void LogTextRelease(LogText* text);
 
+// The text with its control characters and backslashes escaped ("\t", "\n", "\r", "\\", "\xHH"),
+// so that it cannot end a field or a line of a file. Returns text itself when nothing needs escaping,
+// else scratch's text (release scratch afterwards). Like formatting, it never fails: without memory
+// for a long text, the escaped start is kept and ends in the "[cut]" marker.
+const char* LogTextEscape(const char* text, LogText* scratch);
+
 // "YYYY-MM-DD HH:MM:SS.mmm", local time.
 void LogTimestamp(char* buf, size_t size);
 

@@ -121,6 +121,19 @@ cmdframe::Request MakeRequest(cmdframe::Op op, uint16_t msgType, VW_CMD_TYPE cmd
     return request;
 }
 
+// The record a read command gives back: GetCommon never hands over a shorter block, because the
+// caller reads the whole record from it.
+size_t MinRecordLength(VW_CMD_TYPE cmd) {
+    switch (cmd) {
+        case VW_CMD_HISTORY_SWITCH:
+            return VW_CMD_HISTORY_SWITCH_RECORD_LEN;
+        case VW_CMD_DISPLAY_RECOG_INFOS:
+            return VW_CMD_DISPLAY_RECOG_INFOS_RECORD_LEN;
+        default:
+            return 1;  // a command we know no record of: at least something
+    }
+}
+
 }  // namespace
 
 tagUNIX_SOCKET_S* UnixSocketOpen(const char* path, int timeoutMs) {
@@ -158,6 +171,11 @@ VW_RESULT_TYPE GetCommon(tagHTTP_HEADER_S* /*header*/, tagUNIX_SOCKET_S* sock, V
     if (reply.payload.empty()) {
         CMD_LOG("[CMDCHAN]:cmd[%d] answered success without a record", static_cast<int>(cmd));
         return VW_FAILED;
+    }
+    if (reply.payload.size() < MinRecordLength(cmd)) {
+        CMD_LOG("[CMDCHAN]:cmd[%d] answered a record of %zu bytes, expected at least %zu",
+                static_cast<int>(cmd), reply.payload.size(), MinRecordLength(cmd));
+        return VW_MEMORY_ERROR;
     }
     void* record = malloc(reply.payload.size());
     if (record == nullptr) {

@@ -43,6 +43,10 @@ bool StartAccessServer(ChildProcess* server, const std::string& modulePath,
     return true;
 }
 
+EmulatorFiles EmulatorFilesIn(const ScratchDir& dir) {
+    return {dir.File("vks.db"), dir.File("cmd.sock"), dir.File("results"), dir.File("emulator.out")};
+}
+
 bool StartEmulator(ChildProcess* emulator, const EmulatorFiles& files,
                    const std::vector<std::string>& extraArgs, std::string* err) {
     std::vector<std::string> argv = {BinaryPath("vks_emulator"),

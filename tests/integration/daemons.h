@@ -29,6 +29,9 @@ struct EmulatorFiles {
     std::string output;
 };
 
+// The usual files of one emulator in dir: vks.db, cmd.sock, results/, emulator.out.
+EmulatorFiles EmulatorFilesIn(const ScratchDir& dir);
+
 // Starts vks_emulator on /mnt/srvfs with the given files and waits for "vks_emulator: ready".
 bool StartEmulator(ChildProcess* emulator, const EmulatorFiles& files,
                    const std::vector<std::string>& extraArgs, std::string* err);

@@ -22,8 +22,7 @@ protected:
     void SetUp() override {
         std::string why;
         ASSERT_TRUE(InPrivateMountNamespace(&why)) << why;
-        files_ = {dir_.File("vks.db"), dir_.File("cmd.sock"), dir_.File("results"),
-                  dir_.File("emulator.out")};
+        files_ = EmulatorFilesIn(dir_);
         StartEmulatorOrFail();
         std::string err;
         ASSERT_TRUE(StartAccessServer(&server_, LibraryPath("libvksapiMultiTaskApp.so"),

@@ -71,6 +71,10 @@ bool HttpReadResponse(int fd, HttpResponse* out) {
         raw.append(chunk, static_cast<size_t>(n));
     }
     size_t end = raw.find("\r\n\r\n");
+    while (raw.compare(0, 10, "HTTP/1.1 1") == 0 && end != std::string::npos) {  // interim answers
+        raw.erase(0, end + 4);
+        end = raw.find("\r\n\r\n");
+    }
     if (raw.compare(0, 9, "HTTP/1.1 ") != 0 || end == std::string::npos) {
         return false;
     }

@@ -84,15 +84,24 @@ TEST_F(ServerCore, RoutesByResourceAndMethodWithJsonErrors) {
         {"GET", "/MultiTaskAppHistory", 404},
         {"GET", "/", 404},
         {"GET", std::string(kResource) + "?pad=" + std::string(1100, 'a'), 414},
+        {"HEAD", "/api/NoSuchResource", 404},  // as GET, with the length of GET's body and no body
+        {"HEAD", kResource, 200},
     };
     for (const Case& c : cases) {
         HttpResponse r = HttpRequest(port_, c.method, c.target);
         EXPECT_EQ(r.status, c.status) << c.method << " " << c.target;
+        if (std::string(c.method) == "HEAD") {
+            EXPECT_EQ(r.body, "");
+            size_t getLength = HttpRequest(port_, "GET", c.target).body.size();
+            EXPECT_EQ(HeaderValue(r, "Content-Length"), std::to_string(getLength + (c.status == 200 ? 1 : 0)))
+                << "GET's length, with the method's name one letter longer";
+            continue;
+        }
         EXPECT_EQ(HeaderValue(r, "Content-Type"), "application/json; charset=utf-8") << c.target;
         if (c.status != 200) {
             JsonView body(r.body);
             EXPECT_EQ(body.Int({"ResponseStatus", "StatusCode"}), c.status) << r.body;
-            EXPECT_EQ(body.Str({"ResponseStatus", "RequestURL"}), c.target) << r.body;
+            EXPECT_EQ(body.Str({"ResponseStatus", "RequestURL"}), c.target.substr(0, 255)) << r.body;
         }
         if (c.status == 405) {
             EXPECT_EQ(HeaderValue(r, "Allow"), "GET, PUT");
@@ -284,27 +293,41 @@ TEST_F(ServerCore, RunFailingAfterRegisteringReleasesTheDescriptor) {
     }
 }
 
+// A client that closes its socket while its reply is awaited is cleaned up at once; one that only
+// half-closes it (shuts down its sending side) still gets its answer.
 TEST_F(ServerCore, AClientLeavingWhileItsReplyIsOutstandingIsCleanedUp) {
     Start({"--reply-timeout", "60000"});
     ASSERT_EQ(Get("?result=0").status, 200);  // the server's descriptors are all open by now
     const int baseline = SettledDescriptors(server_);
     DxmpPeer peer;
     ASSERT_TRUE(peer.Listen(dir_.File("peer.sock")));
-    int client = HttpConnect(port_, 10000);
-    ASSERT_GE(client, 0);
-    ASSERT_TRUE(
-        HttpSendRequest(client, "GET", std::string(kResource) + "?peer=" + dir_.File("peer.sock"), "", ""));
-    int fd = peer.AcceptRequest(10000);
-    ASSERT_GE(fd, 0);
-    close(client);
-    EXPECT_TRUE(DxmpPeer::WaitForClose(fd, 5000)) << "descriptor kept after the client left";
-    close(fd);
-    EXPECT_EQ(SettledDescriptors(server_), baseline);
-    EXPECT_EQ(Get("?result=0").status, 200);
+    for (bool halfClose : {false, true}) {
+        int client = HttpConnect(port_, 10000);
+        ASSERT_GE(client, 0);
+        ASSERT_TRUE(HttpSendRequest(client, "GET", std::string(kResource) + "?peer=" + dir_.File("peer.sock"),
+                                    "", ""));
+        int fd = peer.AcceptRequest(10000);
+        ASSERT_GE(fd, 0);
+        if (!halfClose) {
+            close(client);
+            EXPECT_TRUE(DxmpPeer::WaitForClose(fd, 5000)) << "descriptor kept after the client left";
+            close(fd);
+            EXPECT_EQ(SettledDescriptors(server_), baseline);
+            continue;
+        }
+        ASSERT_EQ(shutdown(client, SHUT_WR), 0);
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));  // the server has seen the end of file
+        ASSERT_TRUE(DxmpPeer::Reply(fd, "late", 0));
+        HttpResponse r;
+        ASSERT_TRUE(HttpReadResponse(client, &r));
+        EXPECT_EQ(JsonView(r.body).Str({"trace"}), "Run,Recv:late,Format") << r.body;
+        close(client);
+        close(fd);
+    }
 }
 
 TEST_F(ServerCore, StoppingWithAReplyOutstandingExitsCleanly) {
-    Start();
+    Start({"--drain-timeout", "300"});  // the reply never comes: the drain ends at its time-out
     DxmpPeer peer;
     ASSERT_TRUE(peer.Listen(dir_.File("peer.sock")));
     std::future<HttpResponse> pending = GetAsync();
@@ -328,6 +351,9 @@ TEST(AccessServerCommandLine, RefusesWhatItCannotServe) {
         {{"--workers", "0"}, 2, "bad value for --workers"},
         {{"--listen", "127.0.0.1"}, 2, "bad value for --listen"},
         {{"--bogus", "1"}, 2, "unknown option --bogus"},
+        {{"--bogus"}, 2, "unknown option --bogus"},
+        {{"--cmd-timeout"}, 2, "missing value for --cmd-timeout"},
+        {{"--workers", "8", "--max-workers", "4"}, 2, "--max-workers is below --workers"},
         {{"--module", "/nonexistent/lib.so"}, 1, "cannot load /nonexistent/lib.so"},
     };
     for (const Case& c : cases) {

@@ -2,6 +2,11 @@
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 #include <string.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <chrono>
 
 #include "cmd_server.h"
 #include "cmd_test_util.h"
@@ -181,6 +186,31 @@ TEST_F(EmulatorTest, OptionsAreCheckedAndForeignOnesLeftAlone) {
     std::string error;
     EXPECT_EQ(nullptr, cmdchan::StartServer(o, &error));
     EXPECT_NE(std::string::npos, error.find("result directory"));
+}
+
+TEST_F(EmulatorTest, AClientStalledMidFrameDelaysNoOther) {
+    int stalled = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    struct sockaddr_un addr = {};
+    addr.sun_family = AF_UNIX;
+    snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", opts.socketPath.c_str());
+    ASSERT_EQ(0, connect(stalled, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)));
+    ASSERT_EQ(1, write(stalled, "V", 1));  // the first byte of a frame, and no more
+    cmdtest::Request rq("/api/MultiTaskAppHistory?ChannelId=101", opts.socketPath);
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(0, RunGetMultiTaskAppHistory(&rq.header, &rq.client, &rq.ctIn));
+    auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+    printf("history GET next to a stalled client: %lld ms\n", static_cast<long long>(ms.count()));
+    EXPECT_LT(ms.count(), 100) << "served behind the stalled client";
+    close(stalled);
+}
+
+TEST_F(EmulatorTest, AQueryWithTheWrongOperationGetsAnErrorTheClientAccepts) {
+    tagUNIX_SOCKET_S* sock = UnixSocketOpen(opts.socketPath.c_str(), 2000);
+    vwCmdBody body{};
+    void* out = nullptr;
+    EXPECT_EQ(4, GetCommon(nullptr, sock, VW_CMD_GET_HISTORY_RECORDS, &body, &out, 0, "/tmp/A"));
+    EXPECT_EQ(4, SetCommon(nullptr, &body, sizeof(body), sock, VW_CMD_GET_HISTORY_RECORDS, 0, "/tmp/A"));
+    UnixSocketClose(sock);
 }
 
 }  // namespace

@@ -153,6 +153,7 @@ TEST_F(VwLog, OperationLogFileHasDestinationAndBothTexts) {
     EXPECT_EQ(-1, VW_SetOpLogFile("/nonexistent-dir/oplog"));
     EXPECT_EQ(ENOENT, errno);
     VW_WriteLanguageLog(2, 4, "kept %d", "保留 %d", 3);  // the previous file is kept
+    VW_WriteLanguageLog(2, 4, "%s ok", "%s 成功", "a\tb\nc\\d\x01");  // escaped: one line, five fields
     ASSERT_EQ(0, VW_SetOpLogFile(nullptr));
     VW_WriteLanguageLog(2, 4, "dropped", "丢弃");
 
@@ -166,7 +167,8 @@ TEST_F(VwLog, OperationLogFileHasDestinationAndBothTexts) {
     }
     EXPECT_EQ((std::vector<std::string>{"dest=2\tmodule=4\tuser ok\tuser 成功",
                                         "dest=1\tmodule=4\tuser ok\tuser 成功",
-                                        "dest=2\tmodule=4\tkept 3\t保留 3"}),
+                                        "dest=2\tmodule=4\tkept 3\t保留 3",
+                                        "dest=2\tmodule=4\ta\\tb\\nc\\\\d\\x01 ok\ta\\tb\\nc\\\\d\\x01 成功"}),
               tails);
 }
 

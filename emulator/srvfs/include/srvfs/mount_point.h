@@ -8,7 +8,8 @@
 namespace srvfs {
 
 // 0 when the directory exists (created with its parents if needed) and is not a dead mount; a stale
-// mount is detached and reported in *note. -1 with the reason in *error otherwise.
+// mount is detached and reported in *note. -1 with the reason in *error otherwise, also when a live
+// service file system (another server's) is mounted there.
 int PrepareMountPoint(const std::string& path, std::string* note, std::string* error);
 
 }  // namespace srvfs

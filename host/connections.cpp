@@ -1,0 +1,357 @@
+#include "connections.h"
+
+#include <event2/buffer.h>
+#include <event2/bufferevent.h>
+#include <event2/event.h>
+#include <event2/http.h>
+#include <event2/listener.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string>
+
+#include "access_server.h"
+#include "host_log.h"
+#include "http_answer.h"
+
+namespace vks_host {
+
+struct Connection {
+    AccessServer* server;
+    struct bufferevent* bev;
+    struct evhttp_connection* evcon;  // known from the first loop pass after the accept on
+    struct evbuffer_cb_entry* input;
+    struct evbuffer_cb_entry* output;
+    bool rewriting;             // OnOutput is replacing a page: its own changes are not looked at
+    struct event* headerTimer;  // armed by the first bytes of a request, until it is complete
+    struct event* adopt;        // one pass of the loop after the accept: evhttp has set up evcon
+    RequestCtx* ctx;
+    int unsent;  // answers handed to evhttp and not yet written whole
+};
+
+namespace {
+
+const int kAcceptPauseMs = 100;
+
+timeval Millis(int ms) {
+    return {ms / 1000, (ms % 1000) * 1000};
+}
+
+void FreeEvent(struct event** e) {
+    if (*e != nullptr) {
+        event_free(*e);
+        *e = nullptr;
+    }
+}
+
+// Accepting runs unless accept() just failed or the connection limit is reached.
+void UpdateAccepting(AccessServer* server) {
+    if (server->listener == nullptr) {
+        return;
+    }
+    struct evconnlistener* listener = evhttp_bound_socket_get_listener(server->listener);
+    if (!server->acceptBackingOff && server->connections < server->options.maxConnections) {
+        evconnlistener_enable(listener);
+    } else {
+        evconnlistener_disable(listener);
+    }
+}
+
+void Release(Connection* conn) {
+    if (conn->input != nullptr) {
+        evbuffer_remove_cb_entry(bufferevent_get_input(conn->bev), conn->input);
+    }
+    if (conn->output != nullptr) {
+        evbuffer_remove_cb_entry(bufferevent_get_output(conn->bev), conn->output);
+    }
+    FreeEvent(&conn->headerTimer);
+    FreeEvent(&conn->adopt);
+    delete conn;
+}
+
+void Forget(Connection* conn) {
+    AccessServer* server = conn->server;
+    server->connectionsByBev.erase(conn->bev);
+    server->unsent -= conn->unsent;  // lost with the connection
+    Release(conn);
+    if (--server->connections < server->options.maxConnections) {
+        server->atConnectionLimit = false;
+    }
+    UpdateAccepting(server);
+}
+
+// evhttp is about to free the connection (the client left, a time-out, an error, the server stops).
+void OnConnectionClosed(struct evhttp_connection*, void* arg) {
+    auto* conn = static_cast<Connection*>(arg);
+    RequestCtx* ctx = conn->ctx;
+    conn->ctx = nullptr;
+    AccessServer* server = conn->server;
+    if (ctx != nullptr) {
+        OnClientGone(ctx);
+    }
+    Forget(conn);
+    CheckDrained(server);
+}
+
+void OnAnswerWritten(struct evhttp_request*, void* arg) {
+    auto* conn = static_cast<Connection*>(arg);
+    --conn->unsent;
+    --conn->server->unsent;
+    CheckDrained(conn->server);
+}
+
+void Adopt(Connection* conn, struct evhttp_connection* evcon) {
+    if (conn->evcon == nullptr && evcon != nullptr) {
+        conn->evcon = evcon;
+        evhttp_connection_set_closecb(evcon, &OnConnectionClosed, conn);
+    }
+}
+
+// evhttp builds its connection object around our bufferevent right after asking for it and passes
+// that object as the bufferevent's callback argument; one pass of the loop later it is there.
+void OnAdopt(evutil_socket_t, short, void* arg) {
+    auto* conn = static_cast<Connection*>(arg);
+    FreeEvent(&conn->adopt);
+    bufferevent_data_cb readCb = nullptr;
+    bufferevent_data_cb writeCb = nullptr;
+    bufferevent_event_cb eventCb = nullptr;
+    void* evcon = nullptr;
+    bufferevent_getcb(conn->bev, &readCb, &writeCb, &eventCb, &evcon);
+    Adopt(conn, static_cast<struct evhttp_connection*>(evcon));
+}
+
+void OnHeaderTimeout(evutil_socket_t, short, void* arg) {
+    auto* conn = static_cast<Connection*>(arg);
+    HOST_LOG(1, "closing a connection whose request did not arrive within %d ms",
+             conn->server->options.headerTimeoutMs);
+    if (conn->evcon != nullptr) {
+        evhttp_connection_free(conn->evcon);  // runs OnConnectionClosed
+    }
+}
+
+void OnInput(struct evbuffer*, const struct evbuffer_cb_info* info, void* arg) {
+    auto* conn = static_cast<Connection*>(arg);
+    if (info->n_added == 0 || conn->ctx != nullptr || evtimer_pending(conn->headerTimer, nullptr)) {
+        return;
+    }
+    struct timeval limit = Millis(conn->server->options.headerTimeoutMs);
+    evtimer_add(conn->headerTimer, &limit);
+}
+
+// evhttp answers some malformed requests itself, with a short HTML page written in one go (a
+// request line or header block beyond the bound: 400; a body beyond it: 413; an unknown method:
+// 501). In the connection's output such a page is replaced by the status envelope, so that every
+// answer is JSON. The page is recognised by its fixed end once its last piece, the body, is added;
+// its status line is the last one before its body (an earlier answer may still wait in the buffer).
+const char kPageStart[] = "<HTML><HEAD>\n<TITLE>";
+const char kPageEnd[] = "</BODY></HTML>\n";
+
+void ReplaceErrorPage(struct evbuffer* out) {
+    struct evbuffer_ptr body = evbuffer_search(out, kPageStart, sizeof(kPageStart) - 1, nullptr);
+    struct evbuffer_ptr start;
+    start.pos = -1;
+    for (struct evbuffer_ptr line = evbuffer_search_range(out, "HTTP/1.", 7, nullptr, &body);
+         body.pos >= 0 && line.pos >= 0; line = evbuffer_search_range(out, "HTTP/1.", 7, &line, &body)) {
+        start = line;
+        evbuffer_ptr_set(out, &line, 1, EVBUFFER_PTR_ADD);
+    }
+    char status[128] = "";
+    if (start.pos < 0 || evbuffer_copyout_from(out, &start, status, sizeof(status) - 1) <= 0) {
+        return;
+    }
+    char* eol = strstr(status, "\r\n");
+    const char* code = strchr(status, ' ');
+    if (eol == nullptr || code == nullptr || code > eol) {
+        return;
+    }
+    *eol = '\0';
+    const char* reason = strchr(code + 1, ' ');
+    std::string envelope = StatusEnvelope(atoi(code + 1), reason != nullptr ? reason + 1 : "", "");
+    std::string head = std::string(status) +
+                       "\r\nContent-Type: application/json; charset=utf-8\r\nConnection: close\r\n"
+                       "Content-Length: " +
+                       std::to_string(envelope.size()) + "\r\n\r\n";
+    struct evbuffer* before = evbuffer_new();
+    if (before == nullptr) {
+        return;
+    }
+    evbuffer_remove_buffer(out, before, static_cast<size_t>(start.pos));
+    evbuffer_drain(out, evbuffer_get_length(out));
+    evbuffer_add_buffer(out, before);
+    evbuffer_add(out, head.data(), head.size());
+    evbuffer_add(out, envelope.data(), envelope.size());
+    evbuffer_free(before);
+}
+
+// The last bytes of the output are those of an evhttp error page.
+bool EndsWithErrorPage(struct evbuffer* out) {
+    const size_t endLength = sizeof(kPageEnd) - 1;
+    size_t length = evbuffer_get_length(out);
+    struct evbuffer_ptr tail;
+    char end[sizeof(kPageEnd)] = "";
+    return length >= endLength && evbuffer_ptr_set(out, &tail, length - endLength, EVBUFFER_PTR_SET) == 0 &&
+           evbuffer_copyout_from(out, &tail, end, endLength) == static_cast<ev_ssize_t>(endLength) &&
+           memcmp(end, kPageEnd, endLength) == 0;
+}
+
+void OnOutput(struct evbuffer* out, const struct evbuffer_cb_info* info, void* arg) {
+    auto* conn = static_cast<Connection*>(arg);
+    if (conn->rewriting || info->n_added == 0) {
+        return;
+    }
+    conn->rewriting = true;
+    // Once a socket bufferevent has written, it keeps the start of its output frozen between its
+    // writes (only it may drain it), and a frozen start refuses even a copy: thawed for the look.
+    char first = 0;
+    bool frozen = evbuffer_copyout(out, &first, 1) < 0;
+    if (frozen) {
+        evbuffer_unfreeze(out, 1);
+    }
+    if (EndsWithErrorPage(out)) {
+        ReplaceErrorPage(out);
+    }
+    if (frozen) {
+        evbuffer_freeze(out, 1);
+    }
+    conn->rewriting = false;
+}
+
+Connection* Track(AccessServer* server, struct bufferevent* bev) {
+    auto* conn = new (std::nothrow)
+        Connection{server, bev, nullptr, nullptr, nullptr, false, nullptr, nullptr, nullptr, 0};
+    if (conn == nullptr) {
+        return nullptr;
+    }
+    conn->headerTimer = evtimer_new(server->base, &OnHeaderTimeout, conn);
+    conn->adopt = event_new(server->base, -1, 0, &OnAdopt, conn);
+    conn->input = evbuffer_add_cb(bufferevent_get_input(bev), &OnInput, conn);
+    conn->output = evbuffer_add_cb(bufferevent_get_output(bev), &OnOutput, conn);
+    bool ok = conn->headerTimer != nullptr && conn->adopt != nullptr && conn->input != nullptr &&
+              conn->output != nullptr;
+    try {
+        if (ok) {
+            server->connectionsByBev[bev] = conn;
+        }
+    } catch (const std::bad_alloc&) {
+        ok = false;
+    }
+    if (!ok) {
+        Release(conn);
+        return nullptr;
+    }
+    ++server->connections;
+    return conn;
+}
+
+// evhttp asks for the bufferevent of every accepted connection: the one it would make itself.
+struct bufferevent* OnAccepted(struct event_base* base, void* arg) {
+    auto* server = static_cast<AccessServer*>(arg);
+    server->acceptFailing = false;  // an accept went through: the episode is over
+    struct bufferevent* bev = bufferevent_socket_new(base, -1, BEV_OPT_CLOSE_ON_FREE);
+    Connection* conn = bev != nullptr ? Track(server, bev) : nullptr;
+    if (conn == nullptr) {
+        return bev;  // out of memory: served untracked, or refused by evhttp
+    }
+    event_active(conn->adopt, EV_READ, 0);
+    if (server->connections >= server->options.maxConnections && !server->atConnectionLimit) {
+        HOST_LOG(3, "%d connections open: accepting pauses until one closes", server->connections);
+        server->atConnectionLimit = true;
+    }
+    UpdateAccepting(server);
+    return bev;
+}
+
+// The pause timer stays added (far in the future while accepting runs), so that the accept error
+// callback can find it among the loop's events.
+void ArmPause(AccessServer* server, int ms) {
+    struct timeval after = ms > 0 ? Millis(ms) : timeval{1 << 30, 0};
+    evtimer_add(server->acceptPause, &after);
+}
+
+void OnAcceptResume(evutil_socket_t, short, void* arg) {
+    auto* server = static_cast<AccessServer*>(arg);
+    server->acceptBackingOff = false;
+    ArmPause(server, 0);
+    UpdateAccepting(server);
+}
+
+// The listener hands its error callback evhttp's argument, not ours: the server is found through
+// its pause timer, which was created for it with the server as argument.
+int FindServer(const struct event_base*, const struct event* e, void* arg) {
+    if (event_get_callback(e) != &OnAcceptResume) {
+        return 0;
+    }
+    *static_cast<AccessServer**>(arg) = static_cast<AccessServer*>(event_get_callback_arg(e));
+    return 1;
+}
+
+// Descriptors ran out (or another accept error): accepting pauses for a moment instead of failing
+// in a loop, with one warning per episode; the next accepted connection ends the episode.
+void OnAcceptError(struct evconnlistener* listener, void*) {
+    int err = EVUTIL_SOCKET_ERROR();
+    evconnlistener_disable(listener);
+    AccessServer* server = nullptr;
+    event_base_foreach_event(evconnlistener_get_base(listener), &FindServer, &server);
+    if (server == nullptr) {
+        return;
+    }
+    if (!server->acceptFailing) {
+        HOST_LOG(3, "accept failed: %s; pausing accept while it lasts", strerror(err));
+        server->acceptFailing = true;
+    }
+    server->acceptBackingOff = true;
+    ArmPause(server, kAcceptPauseMs);
+}
+
+}  // namespace
+
+int WatchConnections(AccessServer* server, struct evhttp_bound_socket* listener) {
+    server->acceptPause = evtimer_new(server->base, &OnAcceptResume, server);
+    if (server->acceptPause == nullptr) {
+        return -1;
+    }
+    ArmPause(server, 0);
+    server->listener = listener;
+    evhttp_set_bevcb(server->http, &OnAccepted, server);
+    evconnlistener_set_error_cb(evhttp_bound_socket_get_listener(listener), &OnAcceptError);
+    return 0;
+}
+
+void StopAccepting(AccessServer* server) {
+    if (server->listener != nullptr) {
+        evhttp_del_accept_socket(server->http, server->listener);
+        server->listener = nullptr;
+    }
+    FreeEvent(&server->acceptPause);
+}
+
+void UnwatchConnections(AccessServer* server) {
+    FreeEvent(&server->acceptPause);
+}
+
+Connection* RequestArrived(AccessServer* server, struct evhttp_request* req) {
+    struct evhttp_connection* evcon = evhttp_request_get_connection(req);
+    struct bufferevent* bev = evhttp_connection_get_bufferevent(evcon);
+    auto found = server->connectionsByBev.find(bev);
+    Connection* conn = found != server->connectionsByBev.end() ? found->second : Track(server, bev);
+    if (conn != nullptr) {
+        Adopt(conn, evcon);
+        evtimer_del(conn->headerTimer);
+    }
+    return conn;
+}
+
+void CarryRequest(Connection* conn, RequestCtx* ctx) {
+    conn->ctx = ctx;
+}
+
+void AnswerHandedOver(Connection* conn, struct evhttp_request* req) {
+    if (conn != nullptr) {
+        ++conn->unsent;
+        ++conn->server->unsent;
+        evhttp_request_set_on_complete_cb(req, &OnAnswerWritten, conn);
+    }
+}
+
+}  // namespace vks_host
