@@ -16,6 +16,7 @@
 #include <new>
 
 #include "async_hooks.h"
+#include "docs_routes.h"
 #include "host_log.h"
 #include "http_answer.h"
 #include "phases.h"
@@ -215,6 +216,9 @@ RequestCtx* NewRequest(AccessServer* server, struct evhttp_request* req, const H
 
 void OnHttpRequest(struct evhttp_request* req, void* arg) {
     auto* server = static_cast<AccessServer*>(arg);
+    if (ServeDocs(server->options.webRoot, req)) {
+        return;
+    }
     std::string resource = ResourceOf(req);
     const HandlerSet* handlers = nullptr;
     RouteLookup found = kNoSuchResource;

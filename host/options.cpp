@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "unix_cmd_channel.h"
+#include "web_files.h"
 
 namespace vks_host {
 namespace {
@@ -61,6 +62,8 @@ bool ApplyOption(const std::string& name, const char* value, HostOptions* out, s
     } else if (name == "--reply-timeout") {
         ok = ParseNumber(value, 1, INT_MAX, &n);
         out->replyTimeoutMs = static_cast<int>(n);
+    } else if (name == "--web-root") {
+        out->webRoot = value;
     } else if (name == "--max-body") {
         ok = ParseNumber(value, 1, UINT_MAX, &n);
         out->maxBody = static_cast<size_t>(n);
@@ -90,6 +93,7 @@ std::string DefaultModulePath() {
 ParseOutcome ParseHostOptions(int argc, char** argv, HostOptions* out, std::string* err) {
     out->modulePath = DefaultModulePath();
     out->cmdSocket = VW_CMD_SOCKET_DEFAULT;
+    out->webRoot = vks_web::DefaultWebRoot();
     for (int i = 1; i < argc; ++i) {
         std::string name = argv[i];
         if (name == "--help" || name == "-h") {
@@ -119,6 +123,8 @@ std::string HostUsage(const char* argv0) {
            "  --debug-level N       debug lines of level N and above to stderr (default 3)\n"
            "  --reply-timeout MS    bound on a reply from the camera side (default 35000)\n"
            "  --max-body BYTES      largest response body (default 16777216)\n"
+           "  --web-root DIR        where /docs and /api/openapi.json are read from (default: the source "
+           "tree)\n"
            "  --help                this text\n";
 }
 

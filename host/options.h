@@ -18,6 +18,7 @@ struct HostOptions {
     int debugLevel = 3;     // debug lines of this level and above go to stderr
     int replyTimeoutMs = 35000;
     size_t maxBody = 16u << 20;  // response body bound enforced by Copy2Buf
+    std::string webRoot;         // docs/openapi, web/ and node_modules/ of the docs page
 };
 
 enum ParseOutcome { kOptionsOk = 0, kOptionsHelp = 1, kOptionsBad = -1 };
