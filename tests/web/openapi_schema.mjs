@@ -51,7 +51,9 @@ export class OpenApiDocument {
     check(schemaNode, value) {
         const errors = [];
         const ref = schemaNode.$ref ? "doc" + schemaNode.$ref : null;
-        const validate = ref ? this.ajv.getSchema(ref) : this.ajv.compile(schemaNode);
+        // An inline schema's references point into the document.
+        const inline = () => JSON.parse(JSON.stringify(schemaNode).replace(/"\$ref":"#\//g, '"$ref":"doc#/'));
+        const validate = ref ? this.ajv.getSchema(ref) : this.ajv.compile(inline());
         if (!validate(value)) {
             for (const e of validate.errors) errors.push(`${e.instancePath || "/"} ${e.message}`);
         }
@@ -60,8 +62,11 @@ export class OpenApiDocument {
     }
 
     keyOrder(schemaNode, value, where, errors) {
-        const schema = this.resolve(schemaNode);
+        let schema = this.resolve(schemaNode);
         if (!schema || value === null || typeof value !== "object") return;
+        // Of alternatives, the one whose keys cover the value's.
+        const alternatives = (schema.anyOf ?? schema.oneOf ?? []).map((a) => this.resolve(a));
+        schema = alternatives.find((a) => a.properties && Object.keys(value).every((k) => k in a.properties)) ?? schema;
         if (Array.isArray(value)) {
             value.forEach((item, i) => schema.items && this.keyOrder(schema.items, item, `${where}/${i}`, errors));
             return;
