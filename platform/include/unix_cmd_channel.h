@@ -46,8 +46,9 @@ static_assert(offsetof(MSG_DATA, szPath) == 408, "MSG_DATA szPath");
 #endif
 
 // Reads a record: on success (0) *out holds a malloc block with the record the command reads back,
-// owned by the caller from then on; on failure *out is left unchanged. The block is as long as the
-// record the peer's reply carries (16 bytes for 22025, 64 for 7037). Results: the peer's result,
+// owned by the caller from then on; on failure *out is left unchanged. The block holds the record the
+// peer's reply carries (16 bytes for 22025, 64 for 7037), zero-padded to at least VW_CMD_BODY_LEN
+// bytes, so that a peer's short record never makes the caller read past it. Results: the peer's result,
 // 1 for a null handle, body or out, -1 when the exchange failed (no peer, time-out, bad frame).
 VW_RESULT_TYPE GetCommon(tagHTTP_HEADER_S* header, tagUNIX_SOCKET_S* sock, VW_CMD_TYPE cmd,
                          vwCmdBody const* body, void** out, unsigned long long reserved, char const* tag);

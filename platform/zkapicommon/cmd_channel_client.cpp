@@ -159,7 +159,10 @@ VW_RESULT_TYPE GetCommon(tagHTTP_HEADER_S* /*header*/, tagUNIX_SOCKET_S* sock, V
         CMD_LOG("[CMDCHAN]:cmd[%d] answered success without a record", static_cast<int>(cmd));
         return VW_FAILED;
     }
-    void* record = malloc(reply.payload.size());
+    // The caller reads the record type it asked for, whatever the peer sent: a short record is
+    // zero-padded to a whole command body so that no read runs past the block.
+    void* record =
+        calloc(1, reply.payload.size() > sizeof(vwCmdBody) ? reply.payload.size() : sizeof(vwCmdBody));
     if (record == nullptr) {
         return VW_MEMORY_ERROR;
     }
