@@ -73,9 +73,12 @@ void SendFile(struct evhttp_request* req, const std::string& root, const std::st
         SendText(req, 405, "text/plain; charset=utf-8", "method not allowed\n");
         return;
     }
-    std::ifstream in(root + "/" + relative, std::ios::binary);
+    std::ifstream in;
     std::ostringstream body;
-    if (Escapes(relative) || !in || !(body << in.rdbuf())) {
+    if (!Escapes(relative)) {
+        in.open(root + "/" + relative, std::ios::binary);
+    }
+    if (!in.is_open() || !(body << in.rdbuf())) {
         SendText(req, 404, "text/plain; charset=utf-8", "not found: " + relative + "\n");
         return;
     }

@@ -59,6 +59,18 @@ int ParseDaemonOptions(int argc, char** argv, DaemonOptions* options, std::strin
             return -1;
         }
     }
+    // The command channel's result and no-reply faults go to its run-time table, where the control
+    // port lists and removes them; the query's own faults (bad path, shrink) stay options.
+    cmdchan::FaultOptions& f = options->cmd.faults;
+    if (f.result != 0 || f.noReply) {
+        faults::Fault fault;
+        fault.forceResult = f.result != 0;
+        fault.result = f.result;
+        fault.noReply = f.noReply;
+        options->cmdFaults->Set(f.command, fault);
+        f.result = 0;
+        f.noReply = false;
+    }
     return 0;
 }
 

@@ -6,10 +6,19 @@ import { after, before, test } from "node:test";
 import { startKit } from "./kit.mjs";
 
 let kit;
-before(async () => { kit = await startKit("control", ["--reply-timeout", "1500"]); });
+before(async () => {
+    kit = await startKit("control", ["--reply-timeout", "1500"], ["--fault-delay=1203:1", "--cmd-fault-result=9"]);
+});
 after(async () => { await kit?.stop(); });
 
 const QUERY = "MultiTaskAppHistoryRecords?StartIndex=0&FindNum=5&EndTime=2024-05-01T23:59:59&DatabaseType=0";
+
+test("start-up fault options are in the run-time tables", { timeout: 10000 }, async () => {
+    const listed = (await kit.ctl("GET", "/control/faults")).value;
+    assert.deepEqual(listed.map((f) => [f.road, f.command, f.delayMs, f.result]),
+        [["analysis", 1203, 1, null], ["command-channel", "all", 0, 9]]);
+    assert.equal((await kit.call("GET", "MultiTaskAppHistory?ChannelId=101")).status, 502);
+});
 
 test("each fault kind changes the next answer as configured, and removing it restores it", { timeout: 60000 }, async (t) => {
     const cases = [

@@ -38,13 +38,13 @@ function stop(child, timeoutMs = 15000) {
     });
 }
 
-// Both daemons with fresh state; serverArgs go to the access server.
-export async function startKit(name, serverArgs = []) {
+// Both daemons with fresh state; serverArgs go to the access server, emulatorArgs to the emulator.
+export async function startKit(name, serverArgs = [], emulatorArgs = []) {
     const dir = `${process.env.VKS_SCRATCH}/${name}`;
     rmSync(dir, { recursive: true, force: true });
     mkdirSync(`${dir}/results`, { recursive: true });
     const emulator = await startDaemon([`${bin}/vks_emulator`, "--mount", "/mnt/srvfs", "--db", `${dir}/vks.db`,
-        "--cmd-socket", `${dir}/cmd.sock`, "--result-dir", `${dir}/results`, "--control-port", "0"],
+        "--cmd-socket", `${dir}/cmd.sock`, "--result-dir", `${dir}/results`, "--control-port", "0", ...emulatorArgs],
         /control on (http:\/\/127\.0\.0\.1:\d+)\/\n(.|\n)*vks_emulator: ready/, 20000);
     const server = await startDaemon([`${bin}/vks_access_server`, "--listen", "127.0.0.1:0",
         "--cmd-socket", `${dir}/cmd.sock`, ...serverArgs], /listening on (http:\/\/127\.0\.0\.1:\d+)/, 20000)
