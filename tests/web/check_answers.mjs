@@ -10,6 +10,11 @@ import { OpenApiDocument } from "./openapi_schema.mjs";
 const [docPath, testBinary, scratch] = process.argv.slice(2);
 const doc = new OpenApiDocument(docPath);
 const failures = doc.exampleErrors().map(([where, errors]) => `${where}: ${errors.join("; ")}`);
+// The checker itself: a body with two keys swapped, and one with a string for a number, must fail.
+const capacity = doc.schemaRef("/MultiTaskAppTaskModesCapacity", "get", 200);
+for (const bad of ['{"vhdDetect": 4, "faceDetect": 8, "vhdFaceDetect": 2}', '{"faceDetect": "8", "vhdDetect": 4, "vhdFaceDetect": 2}']) {
+    if (doc.check(capacity, JSON.parse(bad)).length === 0) failures.push(`the checker passed ${bad}`);
+}
 
 mkdirSync(scratch, { recursive: true });
 const log = `${scratch}/answers.jsonl`;

@@ -7,7 +7,8 @@ import { startKit } from "./kit.mjs";
 
 let kit;
 before(async () => {
-    kit = await startKit("control", ["--reply-timeout", "1500"], ["--fault-delay=1203:1", "--cmd-fault-result=9"]);
+    kit = await startKit("control", ["--reply-timeout", "1500"], ["--fault-delay=1203:1", "--cmd-fault-result=9",
+        "--journal-size=20"]);
 });
 after(async () => { await kit?.stop(); });
 
@@ -139,4 +140,8 @@ test("the journal decodes a DXMP request with its request block and a command bo
     const filtered = (await kit.ctl("GET", `/control/journal?road=command-channel&since=${dxmp.seq - 1}`)).value;
     assert.deepEqual(filtered.entries.map((e) => e.seq), [cmd.seq]);
     assert.deepEqual((await kit.ctl("GET", "/control/journal?limit=1")).value.entries.map((e) => e.seq), [cmd.seq]);
+    for (let i = 0; i < 20; ++i) await kit.call("GET", "MultiTaskAppTaskModesCapacity");
+    const bounded = (await kit.ctl("GET", "/control/journal")).value;
+    assert.deepEqual([bounded.capacity, bounded.entries.length, bounded.entries[0].seq], [20, 20, cmd.seq + 1]);
+    assert.ok(bounded.dropped >= 2);
 });
