@@ -19,6 +19,7 @@
 
 #include "async_hooks.h"
 #include "connections.h"
+#include "docs_routes.h"
 #include "host_log.h"
 #include "http_answer.h"
 #include "phases.h"
@@ -288,6 +289,9 @@ void OnHttpRequest(struct evhttp_request* req, void* arg) {
         evhttp_add_header(evhttp_request_get_output_headers(req), "Connection", "close");
         AnswerHandedOver(conn, req);
         SendJsonError(req, 503, "Service Unavailable");
+        return;
+    }
+    if (ServeDocs(server->options.webRoot, req)) {
         return;
     }
     std::string resource = ResourceOf(req);

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "unix_cmd_channel.h"
+#include "web_files.h"
 
 namespace vks_host {
 namespace {
@@ -93,6 +94,8 @@ bool ApplyOption(const std::string& name, const char* value, HostOptions* out, s
         out->cmdSocket = value;
     } else if (name == "--oplog") {
         out->oplogPath = value;
+    } else if (name == "--web-root") {
+        out->webRoot = value;
     } else if (name == "--max-body") {
         ok = ParseNumber(value, 1, UINT_MAX, &n);
         out->maxBody = static_cast<size_t>(n);
@@ -119,6 +122,7 @@ std::string DefaultModulePath() {
 ParseOutcome ParseHostOptions(int argc, char** argv, HostOptions* out, std::string* err) {
     out->modulePath = DefaultModulePath();
     out->cmdSocket = VW_CMD_SOCKET_DEFAULT;
+    out->webRoot = vks_web::DefaultWebRoot();
     for (int i = 1; i < argc; ++i) {
         std::string name = argv[i];
         if (name == "--help" || name == "-h") {
@@ -156,6 +160,8 @@ std::string HostUsage(const char* argv0) {
            "  --header-timeout MS   close a connection whose request takes longer to arrive (default 10000)\n"
            "  --max-connections N   pause accepting while this many connections are open (default 512)\n"
            "  --drain-timeout MS    on SIGINT/SIGTERM, time left to requests in flight (default 10000)\n"
+           "  --web-root DIR        where /docs and /api/openapi.json are read from (default: the source "
+           "tree)\n"
            "  --help                this text\n";
 }
 

@@ -25,6 +25,7 @@ struct HostOptions {
     int headerTimeoutMs = 10000;  // a request must arrive whole this long after its first bytes
     int maxConnections = 512;     // accepting pauses while this many connections are open
     int drainTimeoutMs = 10000;   // on SIGINT/SIGTERM, how long requests in flight may take to finish
+    std::string webRoot;          // docs/openapi, web/ and node_modules/ of the docs page
 };
 
 enum ParseOutcome { kOptionsOk = 0, kOptionsHelp = 1, kOptionsBad = -1 };

@@ -3,12 +3,14 @@
 # emulator (service file system at /mnt/srvfs, command channel, SQLite state with demo data) and the
 # access server on 127.0.0.1:8080, prints curl lines to try, and on Ctrl-C stops both so that the
 # emulator unmounts.
-# Usage: scripts/run.sh            (environment: VKS_PORT=8080, VKS_DEMO_DIR=build/default/demo)
+# The emulator's control port (faults, state, journal, console page) listens on VKS_CONTROL_PORT.
+# Usage: scripts/run.sh   (environment: VKS_PORT=8080, VKS_CONTROL_PORT=8081, VKS_DEMO_DIR=build/default/demo)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
 
 port=${VKS_PORT:-8080}
+control_port=${VKS_CONTROL_PORT:-8081}
 demo=${VKS_DEMO_DIR:-$root/build/default/demo}
 bin=$root/build/default/bin
 
@@ -46,7 +48,7 @@ wait_for() {
 }
 
 $SUDO "$bin/vks_emulator" --mount /mnt/srvfs --db "$demo/vks.db" --cmd-socket "$demo/cmd.sock" \
-  --result-dir "$demo/results" >"$demo/emulator.log" 2>&1 &
+  --result-dir "$demo/results" --control-port "$control_port" >"$demo/emulator.log" 2>&1 &
 emulator_pid=$!
 wait_for "$demo/emulator.log" "vks_emulator: ready" "$emulator_pid"
 
@@ -66,12 +68,17 @@ The camera emulator and the access server are running. Try:
   curl -s "$api/MultiTaskAppTaskModesEnableList?ChannelId=101&ChannelGroup=0"
   curl -s $api/MultiTaskAppDisplayRecogPopUps
   curl -s -X PUT -d '{"blackPopUp": true, "whitePopUp": false}' $api/MultiTaskAppDisplayRecogPopUps
-  curl -s "$api/MultiTaskAppDisplayRecogInfos?ChannelId=101"
-  curl -s -X PUT -d '{"name": 0}' "$api/MultiTaskAppDisplayRecogInfos?ChannelId=101"
+  curl -s $api/MultiTaskAppDisplayRecogInfos
+  curl -s -X PUT -d '{"name": 0}' $api/MultiTaskAppDisplayRecogInfos
   curl -s "$api/MultiTaskAppHistory?ChannelId=101"
-  curl -s -X PUT -d '{"enableRecord": 0}' "$api/MultiTaskAppHistory?ChannelId=101"
+  curl -s -X PUT -d '{"enableRecord": 0}' $api/MultiTaskAppHistory
   curl -s "$api/MultiTaskAppHistoryRecords?StartIndex=0&FindNum=5&EndTime=2024-05-01T23:59:59&DatabaseType=0"
   curl -s -X DELETE "$api/MultiTaskAppHistoryRecords?StartTime=2024-05-01T08:00:00&EndTime=2024-05-01T09:59:59"
+
+(A DELETE without both StartTime and EndTime deletes every record.)
+
+API docs (try requests from the page):  http://127.0.0.1:$port/docs   (OpenAPI: $api/openapi.json)
+Emulator console (state, faults, journal): http://127.0.0.1:$control_port/   (control API: http://127.0.0.1:$control_port/openapi.json)
 
 Operation log: $demo/oplog.txt   Debug lines: $demo/server.log, $demo/emulator.log
 Press Ctrl-C to stop both (the emulator unmounts /mnt/srvfs).

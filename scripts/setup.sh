@@ -1,5 +1,7 @@
 #!/usr/bin/env bash
-# Installs every Debian package the project needs. Idempotent: packages already present are skipped.
+# Installs every Debian package the project needs, then the pinned npm packages of package-lock.json
+# (the docs page's OpenAPI viewer, the OpenAPI linter, the schema validator and the browser driver of
+# the tests; the browser itself is Debian's chromium). Idempotent: what is present is skipped.
 set -euo pipefail
 
 packages=(
@@ -10,6 +12,7 @@ packages=(
   libevent-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   curl procps
+  nodejs chromium
 )
 
 missing=()
@@ -17,13 +20,25 @@ for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
 done
 
-if [ ${#missing[@]} -eq 0 ]; then
-  echo "setup: all ${#packages[@]} packages present"
-  exit 0
-fi
-
 SUDO=""
 [ "$(id -u)" -eq 0 ] || SUDO="sudo"
-echo "setup: installing ${missing[*]}"
-$SUDO apt-get update -qq
-DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
+if [ ${#missing[@]} -eq 0 ]; then
+  echo "setup: all ${#packages[@]} packages present"
+else
+  echo "setup: installing ${missing[*]}"
+  $SUDO apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends --no-remove "${missing[@]}"
+fi
+
+# npm packages exactly as locked; no install scripts run and no browser is downloaded. A stamp of the
+# lock file's hash makes a second run a no-op.
+cd "$(dirname "$0")/.."
+stamp=node_modules/.vks-lock.sha256
+want=$(sha256sum package-lock.json | cut -d' ' -f1)
+if [ "$(cat "$stamp" 2>/dev/null)" != "$want" ]; then
+  echo "setup: npm ci"
+  npm ci --ignore-scripts --no-audit --no-fund --loglevel=error
+  echo "$want" >"$stamp"
+else
+  echo "setup: npm packages present"
+fi

@@ -78,8 +78,12 @@ AnalysisService::Answer AnalysisService::Handle(const Request& request, bool app
 void AnalysisService::OnRequest(const srvfs::ReplyHandle& conn, std::vector<uint8_t> frame) {
     Request request;
     bool decoded = DecodeRequest(frame, &request) == 0;
-    Fault fault = faults_->For(request.uri);
+    Fault fault = faults_->Draw(request.uri);
+    bool faulted = fault.Changes();
     if (fault.noReply) {
+        if (observer_) {
+            observer_(request, decoded, nullptr, 0, faulted);
+        }
         return;
     }
     Answer answer = decoded ? Handle(request, !fault.forceResult) : Failed(ANALYSIS_RESULT_BAD_REQUEST);
@@ -92,6 +96,9 @@ void AnalysisService::OnRequest(const srvfs::ReplyHandle& conn, std::vector<uint
     spec.content = std::move(answer.content);
     if (fault.contentLength >= 0) {
         spec.content.resize(static_cast<size_t>(fault.contentLength), 0);
+    }
+    if (observer_) {
+        observer_(request, decoded, &spec, fault.delayMs, faulted);
     }
     conn.ReplyAfter(EncodeReply(spec), fault.delayMs);
 }

@@ -4,14 +4,19 @@
 #ifndef VKS_ANALYSIS_SERVICE_H
 #define VKS_ANALYSIS_SERVICE_H
 
+#include <functional>
 #include <memory>
 
-#include "analysis_faults.h"
+#include "fault_table.h"
 #include "analysis_request.h"
 #include "analysis_store.h"
+#include "reply_frame.h"
 #include "srvfs/service.h"
 
 namespace analysis {
+
+using faults::Fault;
+using faults::FaultTable;
 
 #define ANALYSIS_SERVICE_NAME "itgt.paas.vks"
 
@@ -28,6 +33,13 @@ public:
 
     void OnRequest(const srvfs::ReplyHandle& conn, std::vector<uint8_t> frame) override;
 
+    // Told of every request as it is answered: the request (decoded says whether its body decoded),
+    // the reply as sent (null when a fault withholds it) and the delay it is sent after.
+    using Observer = std::function<void(const Request& request, bool decoded, const ReplySpec* reply,
+                                        int delayMs, bool faulted)>;
+    // Set before the service is added to a file system; not changed while it serves.
+    void SetObserver(Observer observer) { observer_ = std::move(observer); }
+
     struct Answer {
         int32_t result;
         std::vector<uint8_t> content;
@@ -42,6 +54,7 @@ private:
 
     std::shared_ptr<AnalysisStore> store_;
     std::shared_ptr<FaultTable> faults_;
+    Observer observer_;
 };
 
 }  // namespace analysis

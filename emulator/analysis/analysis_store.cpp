@@ -51,6 +51,19 @@ int AnalysisStore::Seed(std::string* error) {
     return db_->Exec(std::string("BEGIN;") + kDemo + "COMMIT;", error);
 }
 
+int AnalysisStore::ResetToDemo(vks_state::Database& db, std::string* error) {
+    std::string sql = std::string(
+                          "BEGIN IMMEDIATE; DELETE FROM analysis_counts; DELETE FROM analysis_popups;"
+                          " DELETE FROM analysis_tasks;") +
+                      kDemo + "COMMIT;";
+    if (db.Exec(sql, error) == 0) {
+        return 0;
+    }
+    std::string ignored;
+    db.Exec("ROLLBACK", &ignored);
+    return -1;
+}
+
 int AnalysisStore::ReadCountsLocked(const char* column, uint64_t values[3]) {
     values[0] = values[1] = values[2] = 0;
     vks_state::Statement query(

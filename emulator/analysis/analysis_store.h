@@ -26,6 +26,8 @@ public:
     int SetCounts(const _VW_AvailableList_S& available, const _VW_CapacityList_S& capacity);
     int AddTask(int32_t channelGroup, const _VW_TaskEnable_S& task);
     int ClearTasks();
+    // Every analysis table back to the demo data, on any connection to the state file.
+    static int ResetToDemo(vks_state::Database& db, std::string* error);
 
 private:
     explicit AnalysisStore(std::unique_ptr<vks_state::Database> db) : db_(std::move(db)) {}

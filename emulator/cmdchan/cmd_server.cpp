@@ -5,7 +5,10 @@
 #include <string.h>
 #include <sys/stat.h>
 
+#include <chrono>
+#include <cstddef>
 #include <mutex>
+#include <thread>
 
 #include "cmd_handlers.h"
 #include "frame_server.h"
@@ -57,26 +60,58 @@ bool FaultApplies(const FaultOptions& faults, uint32_t cmd) {
     return faults.command == 0 || static_cast<uint32_t>(faults.command) == cmd;
 }
 
+// What the run-time fault changes in an answer that was made: length, operation, named command.
+void Distort(const faults::Fault& fault, const cmdframe::Request& request, cmdframe::Reply* reply) {
+    if (fault.contentLength >= 0) {
+        reply->payload.resize(static_cast<size_t>(fault.contentLength), 0);
+    }
+    if (fault.forceStatus) {
+        reply->op = fault.status;
+    }
+    const size_t kMsgCode = offsetof(MSG_DATA, recvMsgCode);
+    if (fault.wrongUri && reply->payload.size() >= kMsgCode + sizeof(int32_t)) {
+        int32_t named = static_cast<int32_t>(request.cmd) + 1;
+        memcpy(reply->payload.data() + kMsgCode, &named, sizeof(named));
+    }
+}
+
 // Answers one request: faults first, then the command itself. False leaves it unanswered.
-bool Answer(Server::State* server, const cmdframe::Request& request, cmdframe::Reply* reply) {
-    std::lock_guard<std::mutex> lock(server->mutex);
+bool AnswerWith(Server::State* server, const faults::Fault& fault, const cmdframe::Request& request,
+                cmdframe::Reply* reply) {
     const FaultOptions& faults = server->opts.faults;
     bool applies = FaultApplies(faults, request.cmd);
-    if (applies && faults.noReply) {
+    if ((applies && faults.noReply) || fault.noReply) {
         return false;
     }
-    if (applies && faults.result != 0) {
+    // Each connection has its own thread: a delay holds only the request it was drawn for. The
+    // commands themselves still run one at a time.
+    std::this_thread::sleep_for(std::chrono::milliseconds(fault.delayMs));
+    std::lock_guard<std::mutex> lock(server->mutex);
+    int32_t forced = fault.forceResult ? fault.result : applies ? faults.result : 0;
+    if (fault.forceResult || forced != 0) {
         if (request.op == cmdframe::kOpMsg) {
-            FillMsgResult(request.cmd, faults.result, "", reply);
+            FillMsgResult(request.cmd, forced, "", reply);
         } else {
-            reply->result = faults.result;
+            reply->result = forced;
         }
-        return true;
+    } else {
+        server->ctx.badPath = applies && faults.badPath;
+        server->ctx.shrinkResult = applies && faults.shrinkFile;
+        HandleCommand(&server->ctx, request, reply);
     }
-    server->ctx.badPath = applies && faults.badPath;
-    server->ctx.shrinkResult = applies && faults.shrinkFile;
-    HandleCommand(&server->ctx, request, reply);
+    Distort(fault, request, reply);
     return true;
+}
+
+bool Answer(Server::State* server, const cmdframe::Request& request, cmdframe::Reply* reply) {
+    faults::Fault fault = server->opts.faultTable != nullptr
+                              ? server->opts.faultTable->Draw(static_cast<int>(request.cmd))
+                              : faults::Fault{};
+    bool answered = AnswerWith(server, fault, request, reply);
+    if (server->opts.observer) {
+        server->opts.observer(request, answered ? reply : nullptr, fault.delayMs, fault.Changes());
+    }
+    return answered;
 }
 
 bool PrepareResultDir(const std::string& dir, std::string* error) {

@@ -3,9 +3,12 @@
 #ifndef CMDCHAN_CMD_SERVER_H
 #define CMDCHAN_CMD_SERVER_H
 
+#include <functional>
 #include <memory>
 #include <string>
 
+#include "cmd_channel_frame.h"
+#include "fault_table.h"
 #include "unix_cmd_channel.h"
 
 namespace cmdchan {
@@ -24,6 +27,12 @@ struct ServerOptions {
     std::string dbPath = "/tmp/vks-emulator.db";  // SQLite file shared with the analysis service (own tables)
     std::string resultDir = "/tmp/vks-history-results";  // where history-query result files are written
     FaultOptions faults;
+    // Faults switched at run time (the control API; start-up --cmd-fault-* options stay in faults).
+    std::shared_ptr<faults::FaultTable> faultTable = std::make_shared<faults::FaultTable>();
+    // Told of every request: the reply as sent (null when none is sent), the delay it was held for.
+    std::function<void(const cmdframe::Request& request, const cmdframe::Reply* reply, int delayMs,
+                       bool faulted)>
+        observer;
 };
 
 // Takes one option (name with or without leading "--"); false when the option is not ours or its

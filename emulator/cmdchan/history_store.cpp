@@ -97,7 +97,7 @@ bool Store::Seed(std::string* error) {
     if (db_->Exec("BEGIN", error) != 0) {
         return false;
     }
-    if (!InsertDemoRecords(error)) {
+    if (!InsertDemoRecords(*db_, error)) {
         std::string ignored;
         db_->Exec("ROLLBACK", &ignored);
         return false;
@@ -105,9 +105,19 @@ bool Store::Seed(std::string* error) {
     return db_->Exec("COMMIT", error) == 0;
 }
 
-bool Store::InsertDemoRecords(std::string* error) {
+bool Store::ResetToDemo(vks_state::Database& db, std::string* error) {
+    std::string ignored;
+    if (db.Exec("BEGIN IMMEDIATE; DELETE FROM cmd_settings; DELETE FROM cmd_history_records;", error) != 0 ||
+        !InsertDemoRecords(db, error) || db.Exec("COMMIT", error) != 0) {
+        db.Exec("ROLLBACK", &ignored);
+        return false;
+    }
+    return true;
+}
+
+bool Store::InsertDemoRecords(vks_state::Database& db, std::string* error) {
     vks_state::Statement insert(
-        *db_,
+        db,
         "INSERT INTO cmd_history_records (snap_time, channel_id, database_type, first_attri, second_attri,"
         " lib_id, person_name, match_rate) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)");
     for (int i = 0; i < kDemoRecords; ++i) {

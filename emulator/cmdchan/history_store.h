@@ -56,11 +56,13 @@ public:
                std::vector<HistoryRow>* rows, long long* total);
     // Deletes the records in [startTime, endTime], or every record when all is set; -1 on error.
     long long Delete(const std::string& startTime, const std::string& endTime, bool all);
+    // Settings and records back to the demo data, on any connection to the state file.
+    static bool ResetToDemo(vks_state::Database& db, std::string* error);
 
 private:
     explicit Store(std::unique_ptr<vks_state::Database> db);
     bool Seed(std::string* error);
-    bool InsertDemoRecords(std::string* error);
+    static bool InsertDemoRecords(vks_state::Database& db, std::string* error);
 
     std::unique_ptr<vks_state::Database> db_;
 };

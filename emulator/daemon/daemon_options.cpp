@@ -1,5 +1,9 @@
 #include "daemon_options.h"
 
+#include <cstdlib>
+
+#include "web_files.h"
+
 namespace {
 
 // Offers one option to whoever knows it: the daemon itself, the analysis service's fault table,
@@ -9,6 +13,20 @@ bool ParseOne(const std::string& name, const std::string& value, DaemonOptions* 
         options->help = true;
     } else if (name == "--mount" && !value.empty()) {
         options->mountPoint = value;
+    } else if (name == "--control-port" || name == "--journal-size") {
+        char* end = nullptr;
+        long n = strtol(value.c_str(), &end, 10);
+        bool port = name == "--control-port";
+        if (value.empty() || *end != '\0' || n < (port ? 0 : 1) || n > (port ? 65535 : 100000)) {
+            return false;
+        }
+        if (port) {
+            options->control.port = static_cast<int>(n);
+        } else {
+            options->control.journalSize = static_cast<size_t>(n);
+        }
+    } else if (name == "--web-root" && !value.empty()) {
+        options->control.webRoot = value;
     } else if (name == "--db" && !value.empty()) {
         // One state file for both services, each with its own tables.
         options->dbPath = value;
@@ -23,6 +41,7 @@ bool ParseOne(const std::string& name, const std::string& value, DaemonOptions* 
 
 int ParseDaemonOptions(int argc, char** argv, DaemonOptions* options, std::string* error) {
     options->cmd.dbPath = options->dbPath;
+    options->control.webRoot = vks_web::DefaultWebRoot();
     for (int i = 1; i < argc; ++i) {
         std::string arg = argv[i];
         size_t equals = arg.find('=');
@@ -40,6 +59,18 @@ int ParseDaemonOptions(int argc, char** argv, DaemonOptions* options, std::strin
             return -1;
         }
     }
+    // The command channel's result and no-reply faults go to its run-time table, where the control
+    // port lists and removes them; the query's own faults (bad path, shrink) stay options.
+    cmdchan::FaultOptions& f = options->cmd.faults;
+    if (f.result != 0 || f.noReply) {
+        faults::Fault fault;
+        fault.forceResult = f.result != 0;
+        fault.result = f.result;
+        fault.noReply = f.noReply;
+        options->cmdFaults->Set(f.command, fault);
+        f.result = 0;
+        f.noReply = false;
+    }
     return 0;
 }
 
@@ -53,6 +84,12 @@ std::string DaemonUsage() {
                "  --db=PATH                SQLite state file, created with demo data on first start "
                "(default " VKS_EMULATOR_DEFAULT_DB
                ")\n"
+               "  --control-port=PORT      serve the control API and console on 127.0.0.1:PORT (0: any free "
+               "port; default: none)\n"
+               "  --journal-size=N         requests the control API's journal keeps (default 500)\n"
+               "  --web-root=DIR           where the console and its OpenAPI document are read from "
+               "(default: "
+               "the source tree)\n"
                "  --help                   this text\n") +
-           analysis::FaultTable::OptionsHelp() + cmdchan::OptionsHelp();
+           faults::FaultTable::OptionsHelp() + cmdchan::OptionsHelp();
 }

@@ -6,8 +6,9 @@
 #include <memory>
 #include <string>
 
-#include "analysis_faults.h"
+#include "fault_table.h"
 #include "cmd_server.h"
+#include "control_server.h"
 
 #define VKS_EMULATOR_DEFAULT_DB "/var/lib/vks-emulator/emulator.db"
 
@@ -15,8 +16,11 @@ struct DaemonOptions {
     std::string mountPoint = "/mnt/srvfs";
     std::string dbPath = VKS_EMULATOR_DEFAULT_DB;
     bool help = false;
-    std::shared_ptr<analysis::FaultTable> faults = std::make_shared<analysis::FaultTable>();
+    std::shared_ptr<faults::FaultTable> faults = std::make_shared<faults::FaultTable>();  // analysis service
+    std::shared_ptr<faults::FaultTable> cmdFaults =
+        std::make_shared<faults::FaultTable>();  // command channel
     cmdchan::ServerOptions cmd;
+    control::ControlOptions control;  // off unless --control-port is given
 };
 
 // 0, or -1 with the offending argument in *error. Options are "--name=value", "--name value" or a

@@ -8,6 +8,7 @@
 
 #include "analysis_service.h"
 #include "daemon_options.h"
+#include "journal_decode.h"
 #include "srvfs/file_system.h"
 #include "srvfs/mount_point.h"
 
@@ -16,6 +17,28 @@ namespace {
 int Fail(const std::string& what) {
     fprintf(stderr, "vks_emulator: %s\n", what.c_str());
     return 1;
+}
+
+// The control port, with the journal fed by both roads and the faults both consult.
+std::unique_ptr<control::ControlServer> StartControl(const DaemonOptions& options,
+                                                     analysis::AnalysisService* service,
+                                                     cmdchan::ServerOptions* cmd, std::string* error) {
+    control::ControlTargets targets{options.faults, options.cmdFaults,
+                                    std::make_shared<control::Journal>(options.control.journalSize)};
+    std::shared_ptr<control::Journal> journal = targets.journal;
+    service->SetObserver([journal](const analysis::Request& request, bool decoded,
+                                   const analysis::ReplySpec* reply, int delayMs, bool faulted) {
+        journal->Add(JOURNAL_ROAD_DXMP, request.uri,
+                     control::DescribeDxmp(request, decoded, reply, delayMs, faulted));
+    });
+    cmd->observer = [journal](const cmdframe::Request& request, const cmdframe::Reply* reply, int delayMs,
+                              bool faulted) {
+        journal->Add(JOURNAL_ROAD_CMD, static_cast<int>(request.cmd),
+                     control::DescribeCommand(request, reply, delayMs, faulted));
+    };
+    control::ControlOptions controlOptions = options.control;
+    controlOptions.dbPath = options.dbPath;
+    return control::ControlServer::Start(controlOptions, targets, error);
 }
 
 int Serve(const DaemonOptions& options, const sigset_t& stopSignals) {
@@ -37,10 +60,23 @@ int Serve(const DaemonOptions& options, const sigset_t& stopSignals) {
     if (fs == nullptr) {
         return Fail(error);
     }
-    fs->AddService(ANALYSIS_SERVICE_NAME, std::make_shared<analysis::AnalysisService>(store, options.faults));
-    std::unique_ptr<cmdchan::Server> commands = cmdchan::StartServer(options.cmd, &error);
+    auto service = std::make_shared<analysis::AnalysisService>(store, options.faults);
+    cmdchan::ServerOptions cmd = options.cmd;
+    cmd.faultTable = options.cmdFaults;
+    std::unique_ptr<control::ControlServer> controlPort;
+    if (options.control.port >= 0) {
+        controlPort = StartControl(options, service.get(), &cmd, &error);
+        if (controlPort == nullptr) {
+            return Fail(error);
+        }
+    }
+    fs->AddService(ANALYSIS_SERVICE_NAME, service);
+    std::unique_ptr<cmdchan::Server> commands = cmdchan::StartServer(cmd, &error);
     if (commands == nullptr) {
         return Fail("command channel: " + error);  // fs unmounts on the way out
+    }
+    if (controlPort != nullptr) {
+        printf("vks_emulator: control on http://127.0.0.1:%u/\n", controlPort->Port());
     }
     printf("vks_emulator: ready\n");
     fflush(stdout);

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "answer_log.h"
 #include "daemons.h"
 #include "http_client.h"
 #include "json_view.h"
@@ -47,7 +48,9 @@ protected:
         StartEmulatorOrFail();
     }
     HttpResponse Call(const std::string& method, const std::string& target, const std::string& body = "") {
-        return HttpRequest(port_, method, kApi + target, body);
+        HttpResponse response = HttpRequest(port_, method, kApi + target, body);
+        LogAnswer(method, kApi + target, response);
+        return response;
     }
     int ResultFiles() const {
         DIR* d = opendir(files_.resultDir.c_str());

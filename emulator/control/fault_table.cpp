@@ -1,8 +1,8 @@
-#include "analysis_faults.h"
+#include "fault_table.h"
 
 #include <cstdlib>
 
-namespace analysis {
+namespace faults {
 namespace {
 
 bool ParseNumber(const std::string& text, long long* value) {
@@ -21,7 +21,7 @@ bool ParseTarget(const std::string& text, int* command, std::string* rest) {
     *rest = colon == std::string::npos ? "" : text.substr(colon + 1);
     long long number = 0;
     if (head == "all") {
-        *command = ANALYSIS_ALL_COMMANDS;
+        *command = FAULTS_ALL_COMMANDS;
         return true;
     }
     if (!ParseNumber(head, &number) || number < 0 || number > 0xFFFF) {
@@ -64,6 +64,30 @@ void FaultTable::Set(int command, const Fault& fault) {
     faults_[command] = fault;
 }
 
+bool FaultTable::Remove(int command) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return faults_.erase(command) != 0;
+}
+
+std::map<int, Fault> FaultTable::List() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return faults_;
+}
+
+Fault FaultTable::Draw(int command) {
+    Fault fault = For(command);
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (fault.probability < 1.0 &&
+        std::uniform_real_distribution<double>(0.0, 1.0)(random_) >= fault.probability) {
+        return Fault{};
+    }
+    if (fault.jitterMs > 0) {
+        fault.delayMs += std::uniform_int_distribution<int>(-fault.jitterMs, fault.jitterMs)(random_);
+        fault.delayMs = fault.delayMs < 0 ? 0 : fault.delayMs;
+    }
+    return fault;
+}
+
 void FaultTable::Clear() {
     std::lock_guard<std::mutex> lock(mutex_);
     faults_.clear();
@@ -73,7 +97,7 @@ Fault FaultTable::For(int command) const {
     std::lock_guard<std::mutex> lock(mutex_);
     auto found = faults_.find(command);
     if (found == faults_.end()) {
-        found = faults_.find(ANALYSIS_ALL_COMMANDS);
+        found = faults_.find(FAULTS_ALL_COMMANDS);
     }
     return found == faults_.end() ? Fault{} : found->second;
 }
@@ -104,4 +128,4 @@ const char* FaultTable::OptionsHelp() {
            "  --fault-no-reply=CMD           never answer\n";
 }
 
-}  // namespace analysis
+}  // namespace faults

@@ -1,0 +1,146 @@
+// The emulator's control API through real HTTP, with the module in the access server in front: each
+// fault kind on the road it was set for, each state kind read back through the module, and the
+// journal's decoding of what arrived. Every control answer is checked against its OpenAPI schema.
+import assert from "node:assert/strict";
+import { after, before, test } from "node:test";
+import { startKit } from "./kit.mjs";
+
+let kit;
+before(async () => {
+    kit = await startKit("control", ["--reply-timeout", "1500"], ["--fault-delay=1203:1", "--cmd-fault-result=9",
+        "--journal-size=20"]);
+});
+after(async () => { await kit?.stop(); });
+
+const QUERY = "MultiTaskAppHistoryRecords?StartIndex=0&FindNum=5&EndTime=2024-05-01T23:59:59&DatabaseType=0";
+
+test("start-up fault options are in the run-time tables", { timeout: 10000 }, async () => {
+    const listed = (await kit.ctl("GET", "/control/faults")).value;
+    assert.deepEqual(listed.map((f) => [f.road, f.command, f.delayMs, f.result]),
+        [["analysis", 1203, 1, null], ["command-channel", "all", 0, 9]]);
+    assert.equal((await kit.call("GET", "MultiTaskAppHistory?ChannelId=101")).status, 502);
+});
+
+test("each fault kind changes the next answer as configured, and removing it restores it", { timeout: 60000 }, async (t) => {
+    const cases = [
+        // road, command, fault, request, expected HTTP status, StatusCode in the body or the body (if any)
+        ["analysis", 1203, { result: 5 }, "MultiTaskAppTaskModesCapacity", 502],
+        ["analysis", 229, { status: 404 }, "MultiTaskAppDisplayRecogPopUps", 500, -1],
+        ["analysis", 1202, { wrongUri: true }, "MultiTaskAppTaskModesAvailableList", 500, -1],
+        ["analysis", 1203, { contentLength: 10 }, "MultiTaskAppTaskModesCapacity", 500, -1],
+        ["analysis", 1201, { noReply: true }, "MultiTaskAppTaskModesEnableList", 504, -1],
+        ["analysis", "all", { result: 38, probability: 0 }, "MultiTaskAppTaskModesCapacity", 200],
+        ["command-channel", 22025, { result: 7 }, "MultiTaskAppHistory?ChannelId=101", 502, 7],
+        ["command-channel", 7037, { noReply: true }, "MultiTaskAppDisplayRecogInfos", 500, -1],
+        ["command-channel", 7032, { status: 9 }, QUERY, 500, 1],
+        ["command-channel", 22025, { contentLength: 0 }, "MultiTaskAppHistory?ChannelId=101", 500, -1],
+        // A record shorter than the command's is refused by the host before the module reads it.
+        ["command-channel", 22025, { contentLength: 1 }, "MultiTaskAppHistory?ChannelId=101", 500, 18],
+    ];
+    for (const [road, command, fault, resource, status, code] of cases) {
+        await t.test(`${road} ${command} ${JSON.stringify(fault)}`, async () => {
+            await kit.ctl("DELETE", "/control/faults");  // whatever an earlier case left
+            const set = await kit.ctl("PUT", `/control/faults/${road}/${command}`, fault);
+            assert.equal(set.status, 200);
+            const listed = (await kit.ctl("GET", "/control/faults")).value;
+            assert.deepEqual(listed.map((f) => [f.road, f.command]), [[road, command]]);
+            const faulted = await kit.call("GET", resource);
+            assert.equal(faulted.status, status, faulted.text);
+            if (typeof code === "string") assert.equal(faulted.text, code);
+            else if (code !== undefined) assert.equal(JSON.parse(faulted.text).ResponseStatus.StatusCode, code);
+            assert.equal((await kit.ctl("DELETE", `/control/faults/${road}/${command}`)).status, 200);
+            assert.equal((await kit.call("GET", resource)).status, 200);
+        });
+    }
+    await t.test("delay with jitter, and the journal's record of it", async () => {
+        await kit.ctl("DELETE", "/control/journal");
+        await kit.ctl("PUT", "/control/faults/analysis/1202", { delayMs: 400, jitterMs: 100 });
+        await kit.ctl("PUT", "/control/faults/command-channel/7037", { delayMs: 300 });
+        for (const [resource, least] of [["MultiTaskAppTaskModesAvailableList", 300], ["MultiTaskAppDisplayRecogInfos", 300]]) {
+            const start = Date.now();
+            assert.equal((await kit.call("GET", resource)).status, 200);
+            assert.ok(Date.now() - start >= least, `${resource} answered after ${Date.now() - start} ms`);
+        }
+        const delays = (await kit.ctl("GET", "/control/journal")).value.entries.map((e) => [e.command, e.delayMs, e.faulted]);
+        assert.ok(delays[0][1] >= 300 && delays[0][1] <= 500 && delays[0][2], JSON.stringify(delays));
+        assert.deepEqual(delays[1], [7037, 300, true]);
+        assert.deepEqual((await kit.ctl("DELETE", "/control/faults")).value, []);
+    });
+    await t.test("bad faults are refused", async () => {
+        assert.equal((await kit.ctl("PUT", "/control/faults/analysis/7032", {})).status, 404);
+        assert.equal((await kit.ctl("PUT", "/control/faults/analysis/229", { probability: 2 })).status, 400);
+        assert.equal((await kit.ctl("PUT", "/control/faults/analysis/229", { delay: 1 })).status, 400);
+    });
+});
+
+test("each state kind is replaced, seen by the module, and reset to the demo data", { timeout: 60000 }, async (t) => {
+    const tasks = Array.from({ length: 33 }, (_, i) => ({ channelId: 300 + i, channelGroup: 1, faceDetection: 1,
+        faceAttribute: 0, humanAttribute: 0, faceRecognition: i % 2, vhdDetection: 0, nmvAttribute: 0, vehAttribute: 0 }));
+    const cases = [
+        ["counts", [{ slot: 0, available: 9, capacity: 10 }, { slot: 1, available: 0, capacity: 1 }, { slot: 2, available: 7, capacity: 7 }],
+            "MultiTaskAppTaskModesAvailableList", (b) => assert.deepEqual(b, { faceDetection: 9, vhdDetection: 0, vhdFaceMode: 7 })],
+        ["tasks", tasks, "MultiTaskAppTaskModesEnableList", (b) => {
+            assert.equal(b.taskNum, 32);  // the service sends at most 32 of the 33
+            assert.deepEqual(b.taskEnable.map((e) => e.channelId), tasks.slice(0, 32).map((e) => e.channelId));
+        }],
+        ["popUps", [{ channelId: 101, blackPopUp: 0, whitePopUp: 1 }], "MultiTaskAppDisplayRecogPopUps",
+            (b) => assert.deepEqual(b, { blackPopUp: 0, whitePopUp: 1 })],
+        ["displaySettings", [{ channelId: 101, matchRate: 0, snapTime: 0, deviceName: 0, faceLibName: 0, name: 1, cardId: 0,
+            gender: 0, province: 0, city: 0, cardType: 0, birthday: 0, blackMatchPic: 0, whiteMatchPic: 1 }],
+            "MultiTaskAppDisplayRecogInfos", (b) => assert.equal(Object.values(b).join(""), "0000100000001")],
+        ["historySwitches", [{ channelId: 101, enableRecord: 0 }], "MultiTaskAppHistory?ChannelId=101",
+            (b) => assert.deepEqual(b, { channelId: 101, enableRecord: 0 })],
+        ["historyRecords", [{ RecordId: 7, SnapTime: "2024-05-01T10:00:00", ChannelId: 5, DatabaseType: 1, FirstAttri: 0,
+            SecondAttri: 0, LibId: 3, Name: "Tester", MatchRate: 99 }], QUERY,
+            (b) => assert.deepEqual([b.TotalNum, b.Records[0].Name, b.Records[0].RecordId], [1, "Tester", 7])],
+    ];
+    for (const [kind, rows, resource, expect] of cases) {
+        await t.test(kind, async () => {
+            const put = await kit.ctl("PUT", `/control/state/${kind}`, rows);
+            assert.equal(put.status, 200);
+            assert.deepEqual(put.value, rows);
+            assert.deepEqual((await kit.ctl("GET", `/control/state/${kind}`)).value, rows);
+            const answer = await kit.call("GET", resource);
+            assert.equal(answer.status, 200, answer.text);
+            expect(JSON.parse(answer.text));
+            const bad = await kit.ctl("PUT", `/control/state/${kind}`, [{ ...rows[0], surplus: 1 }]);
+            assert.equal(bad.status, 400);
+            assert.deepEqual((await kit.ctl("GET", `/control/state/${kind}`)).value, rows);  // unchanged
+        });
+    }
+    const demo = (await kit.ctl("POST", "/control/state/reset")).value;
+    assert.equal(demo.tasks.length, 4);
+    assert.deepEqual(JSON.parse((await kit.call("GET", "MultiTaskAppTaskModesAvailableList")).text),
+        { faceDetection: 4, vhdDetection: 2, vhdFaceMode: 1 });
+    assert.equal((await kit.ctl("GET", "/control/state")).value.historyRecords.length, 24);
+});
+
+test("the journal decodes a DXMP request with its request block and a command body", { timeout: 30000 }, async () => {
+    await kit.ctl("DELETE", "/control/journal");
+    assert.equal((await kit.call("GET", "MultiTaskAppTaskModesEnableList?ChannelGroup=2")).status, 200);
+    assert.equal((await kit.call("GET", QUERY + "&StartTime=2024-05-01T08:00:00&LibId=3")).status, 200);
+    const journal = (await kit.ctl("GET", "/control/journal")).value;
+    assert.equal(journal.entries.length, 2);
+    const [dxmp, cmd] = journal.entries;
+    const line = "GET /api/MultiTaskAppTaskModesEnableList?ChannelGroup=2";
+    assert.deepEqual([dxmp.road, dxmp.command, dxmp.method], ["analysis", 1201, "get"]);
+    assert.deepEqual(dxmp.request.items, [
+        { type: "0xB002", channelId: 0 },
+        { type: "0xB010", length: 288 + line.length + 1,
+          block: { bufferLen: line.length + 1, reserved1: 0, reserved2: 0, msgCount: 1,
+                   pBuffer: dxmp.request.items[1].block.pBuffer, text: line } },
+        { type: "0xB011", channelGroup: 2 }]);
+    assert.deepEqual(dxmp.answer, { status: 200, uri: 1201, result: 0, contentLength: 1304 });
+    assert.deepEqual([cmd.road, cmd.command, cmd.method, cmd.request.length], ["command-channel", 7032, "msg", 21208]);
+    assert.deepEqual(cmd.request.fields, { StartTime: "2024-05-01T08:00:00", EndTime: "2024-05-01T23:59:59",
+        ChannelId: 0, DatabaseType: 0, FirstAttri: 0, SecondAttri: 0, LibId: 3, FindNum: 5, StartIndex: 0 });
+    assert.equal(cmd.answer.fields.result, 0);
+    assert.match(cmd.answer.fields.szPath, /history-\d+-\d+\.json$/);
+    const filtered = (await kit.ctl("GET", `/control/journal?road=command-channel&since=${dxmp.seq - 1}`)).value;
+    assert.deepEqual(filtered.entries.map((e) => e.seq), [cmd.seq]);
+    assert.deepEqual((await kit.ctl("GET", "/control/journal?limit=1")).value.entries.map((e) => e.seq), [cmd.seq]);
+    for (let i = 0; i < 20; ++i) await kit.call("GET", "MultiTaskAppTaskModesCapacity");
+    const bounded = (await kit.ctl("GET", "/control/journal")).value;
+    assert.deepEqual([bounded.capacity, bounded.entries.length, bounded.entries[0].seq], [20, 20, cmd.seq + 1]);
+    assert.ok(bounded.dropped >= 2);
+});

@@ -1,0 +1,81 @@
+// The kit for the web tests: the camera emulator with its control port and the access server, as
+// child processes on free loopback ports, with scratch files under the build tree. The test command
+// runs these tests inside a private mount namespace, so the emulator's /mnt/srvfs is the test's own.
+import { spawn } from "node:child_process";
+import { mkdirSync, rmSync } from "node:fs";
+import { OpenApiDocument } from "./openapi_schema.mjs";
+
+const bin = process.env.VKS_BIN_DIR;
+const root = new URL("../..", import.meta.url).pathname;
+export const controlDoc = new OpenApiDocument(`${root}docs/openapi/emulator-control.json`);
+
+// Starts a daemon and resolves with the first stdout line that matches, or rejects after timeoutMs.
+function startDaemon(argv, pattern, timeoutMs) {
+    const child = spawn(argv[0], argv.slice(1), { stdio: ["ignore", "pipe", "pipe"] });
+    let output = "";
+    return new Promise((resolve, reject) => {
+        const timer = setTimeout(() => reject(new Error(`${argv[0]}: no "${pattern}" in time:\n${output}`)), timeoutMs);
+        const onData = (data) => {
+            output += data;
+            const match = output.match(pattern);
+            if (match) {
+                clearTimeout(timer);
+                resolve({ child, match, output: () => output });
+            }
+        };
+        child.stdout.on("data", onData);
+        child.stderr.on("data", (d) => (output += d));
+        child.on("exit", (code) => reject(new Error(`${argv[0]} exited with ${code}:\n${output}`)));
+    });
+}
+
+function stop(child, timeoutMs = 15000) {
+    if (child.exitCode !== null) return Promise.resolve(child.exitCode);
+    return new Promise((resolve) => {
+        const timer = setTimeout(() => child.kill("SIGKILL"), timeoutMs);
+        child.on("exit", (code) => { clearTimeout(timer); resolve(code); });
+        child.kill("SIGTERM");
+    });
+}
+
+// Both daemons with fresh state; serverArgs go to the access server, emulatorArgs to the emulator.
+export async function startKit(name, serverArgs = [], emulatorArgs = []) {
+    const dir = `${process.env.VKS_SCRATCH}/${name}`;
+    rmSync(dir, { recursive: true, force: true });
+    mkdirSync(`${dir}/results`, { recursive: true });
+    const emulator = await startDaemon([`${bin}/vks_emulator`, "--mount", "/mnt/srvfs", "--db", `${dir}/vks.db`,
+        "--cmd-socket", `${dir}/cmd.sock`, "--result-dir", `${dir}/results`, "--control-port", "0", ...emulatorArgs],
+        /control on (http:\/\/127\.0\.0\.1:\d+)\/\n(.|\n)*vks_emulator: ready/, 20000);
+    const server = await startDaemon([`${bin}/vks_access_server`, "--listen", "127.0.0.1:0",
+        "--cmd-socket", `${dir}/cmd.sock`, ...serverArgs], /listening on (http:\/\/127\.0\.0\.1:\d+)/, 20000)
+        .catch(async (e) => { await stop(emulator.child); throw e; });
+    const kit = {
+        dir,
+        api: server.match[1] + "/api/",
+        docs: server.match[1] + "/docs",
+        control: emulator.match[1],
+        // A control-API call whose answer must match the control document.
+        async ctl(method, path, body) {
+            const response = await fetch(kit.control + path, {
+                method, body: body === undefined ? undefined : JSON.stringify(body),
+                signal: AbortSignal.timeout(10000),
+            });
+            const value = await response.json();
+            const found = controlDoc.match(path.split("?")[0], method);
+            const schema = found && controlDoc.schemaRef(found[0], found[1], response.status);
+            const errors = schema ? controlDoc.check(schema, value) : [`${method} ${path} ${response.status} not described`];
+            if (errors.length) throw new Error(`${method} ${path}: ${errors.join("; ")}`);
+            return { status: response.status, value };
+        },
+        // A module request through the access server.
+        async call(method, resource, body) {
+            const response = await fetch(kit.api + resource, { method, body, signal: AbortSignal.timeout(20000) });
+            return { status: response.status, text: await response.text() };
+        },
+        async stop() {
+            const codes = [await stop(server.child), await stop(emulator.child)];
+            if (codes.some((c) => c !== 0)) throw new Error(`daemons ended with ${codes}:\n${server.output()}\n${emulator.output()}`);
+        },
+    };
+    return kit;
+}

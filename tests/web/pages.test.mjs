@@ -1,0 +1,79 @@
+// The two pages in headless Chromium (Debian's): the access server's docs page renders the module's
+// OpenAPI document and its "try it out" returns the live body; the emulator console shows the task
+// list, a fault set in the console makes the next curl of that resource fail as configured, and the
+// journal shows that request. Screenshots of both pages go to $VKS_SCREENSHOTS.
+import assert from "node:assert/strict";
+import { execFileSync } from "node:child_process";
+import { mkdirSync } from "node:fs";
+import { after, before, test } from "node:test";
+import { chromium } from "playwright-core";
+import { startKit } from "./kit.mjs";
+
+const shots = process.env.VKS_SCREENSHOTS;
+let kit;
+let browser;
+
+before(async () => {
+    mkdirSync(shots, { recursive: true });
+    kit = await startKit("pages");
+    // Without the background-networking switches Chromium keeps calling out of this closed network.
+    browser = await chromium.launch({
+        executablePath: "/usr/bin/chromium",
+        args: ["--no-sandbox", "--disable-gpu", "--disable-background-networking", "--disable-component-update",
+               "--disable-sync", "--no-first-run", "--disable-quic"],
+        timeout: 30000,
+    });
+});
+after(async () => {
+    await browser?.close();
+    await kit?.stop();
+});
+
+async function newPage() {
+    const page = await browser.newPage({ viewport: { width: 1280, height: 900 } });
+    page.setDefaultTimeout(15000);
+    return page;
+}
+
+test("docs page: the document renders and try it out returns the live body", { timeout: 60000 }, async () => {
+    const page = await newPage();
+    await page.goto(kit.docs);
+    await page.locator(".info .title", { hasText: "Multi-task application REST module" }).waitFor();
+    const op = page.locator(".opblock", { has: page.locator(".opblock-summary-path", { hasText: /^\/MultiTaskAppTaskModesEnableList$/ }) });
+    await op.locator(".opblock-summary").click();
+    await op.locator("input[placeholder=ChannelId]").fill("101");
+    await op.locator("button.execute").click();
+    const body = op.locator(".live-responses-table .response-col_description pre").first();
+    await body.waitFor();
+    const live = await kit.call("GET", "MultiTaskAppTaskModesEnableList?ChannelId=101");
+    assert.deepEqual(JSON.parse(await body.innerText()), JSON.parse(live.text));
+    assert.match(await op.locator(".request-url pre").innerText(), /\/api\/MultiTaskAppTaskModesEnableList\?ChannelId=101$/);
+    await body.scrollIntoViewIfNeeded();
+    await page.screenshot({ path: `${shots}/docs.png` });
+    await page.close();
+});
+
+test("console: task list, a fault set in the page reaches curl, the journal shows the request", { timeout: 60000 }, async () => {
+    const page = await newPage();
+    await page.goto(kit.control + "/");
+    const channels = page.locator("#tasks tbody tr td:first-child");
+    await page.waitForFunction(() => document.querySelectorAll("#tasks tbody tr").length === 4);
+    assert.deepEqual(await channels.allInnerTexts(), ["101", "102", "201", "202"]);
+
+    await page.selectOption("#fault-road", "command-channel");
+    await page.selectOption("#fault-command", "22025");
+    await page.fill("#fault-result", "5");
+    await page.click("#fault-set");
+    await page.locator("#faults tbody tr", { hasText: "22025" }).waitFor();
+
+    const url = kit.api + "MultiTaskAppHistory?ChannelId=101";
+    const curl = execFileSync("curl", ["-s", "-m", "10", "-w", "\n%{http_code}", url], { encoding: "utf8" }).split("\n");
+    assert.equal(curl[1], "502");
+    assert.equal(JSON.parse(curl[0]).ResponseStatus.StatusCode, 5);
+
+    const row = page.locator("#journal tbody tr", { hasText: "22025" }).filter({ hasText: '"result":5' });
+    await row.first().waitFor();
+    assert.match(await row.first().innerText(), /command-channel\s+22025\s+get[\s\S]*"channelId":101[\s\S]*yes/);
+    await page.screenshot({ path: `${shots}/console.png`, fullPage: true });
+    await page.close();
+});

@@ -1,0 +1,88 @@
+#include "web_files.h"
+
+#include <event2/buffer.h>
+#include <event2/keyvalq_struct.h>
+#include <stdlib.h>
+
+#include <fstream>
+#include <sstream>
+
+namespace vks_web {
+namespace {
+
+const char* ContentType(const std::string& path) {
+    static const struct {
+        const char* ext;
+        const char* type;
+    } kTypes[] = {
+        {".html", "text/html; charset=utf-8"},
+        {".js", "text/javascript; charset=utf-8"},
+        {".css", "text/css; charset=utf-8"},
+        {".json", "application/json; charset=utf-8"},
+        {".png", "image/png"},
+        {".svg", "image/svg+xml"},
+        {".map", "application/json; charset=utf-8"},
+    };
+    for (const auto& t : kTypes) {
+        std::string ext = t.ext;
+        if (path.size() >= ext.size() && path.compare(path.size() - ext.size(), ext.size(), ext) == 0) {
+            return t.type;
+        }
+    }
+    return "application/octet-stream";
+}
+
+bool Escapes(const std::string& relative) {
+    return relative.find("..") != std::string::npos || relative.find('\0') != std::string::npos;
+}
+
+}  // namespace
+
+std::string DefaultWebRoot() {
+    return VKS_WEB_ROOT_DEFAULT;
+}
+
+std::string RequestPath(struct evhttp_request* req) {
+    const struct evhttp_uri* uri = evhttp_request_get_evhttp_uri(req);
+    const char* path = uri != nullptr ? evhttp_uri_get_path(uri) : nullptr;
+    if (path == nullptr) {
+        return "";
+    }
+    char* decoded = evhttp_uridecode(path, 0, nullptr);
+    std::string out = decoded != nullptr ? decoded : "";
+    free(decoded);
+    return out;
+}
+
+void SendText(struct evhttp_request* req, int code, const char* type, const std::string& body) {
+    evhttp_add_header(evhttp_request_get_output_headers(req), "Content-Type", type);
+    struct evbuffer* out = evbuffer_new();
+    if (out == nullptr) {
+        evhttp_send_error(req, HTTP_INTERNAL, nullptr);
+        return;
+    }
+    evbuffer_add(out, body.data(), body.size());
+    evhttp_send_reply(req, code, code == 200 ? "OK" : "Error", out);
+    evbuffer_free(out);
+}
+
+void SendFile(struct evhttp_request* req, const std::string& root, const std::string& relative) {
+    enum evhttp_cmd_type method = evhttp_request_get_command(req);
+    if (method != EVHTTP_REQ_GET && method != EVHTTP_REQ_HEAD) {
+        evhttp_add_header(evhttp_request_get_output_headers(req), "Allow", "GET, HEAD");
+        SendText(req, 405, "text/plain; charset=utf-8", "method not allowed\n");
+        return;
+    }
+    std::ifstream in;
+    std::ostringstream body;
+    if (!Escapes(relative)) {
+        in.open(root + "/" + relative, std::ios::binary);
+    }
+    if (!in.is_open() || !(body << in.rdbuf())) {
+        SendText(req, 404, "text/plain; charset=utf-8", "not found: " + relative + "\n");
+        return;
+    }
+    SendText(req, 200, ContentType(relative), body.str());
+}
+
+}  // namespace vks_web

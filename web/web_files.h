@@ -1,0 +1,27 @@
+// Files served as they are from the kit's web root (the repository: docs/openapi, web/, and the
+// viewer under node_modules), shared by the access server's docs page and the emulator's console.
+#ifndef VKS_WEB_FILES_H
+#define VKS_WEB_FILES_H
+
+#include <event2/http.h>
+
+#include <string>
+
+namespace vks_web {
+
+// The root compiled in: the source tree the kit was built from.
+std::string DefaultWebRoot();
+
+// Sends root/relative with the content type of its extension. A path with a ".." segment, a missing
+// file or one that cannot be read gets 404. Only GET and HEAD are answered (405 otherwise).
+void SendFile(struct evhttp_request* req, const std::string& root, const std::string& relative);
+
+// The request's path, decoded, without the query; "" when it cannot be decoded.
+std::string RequestPath(struct evhttp_request* req);
+
+// Sends a text body with the given content type and status.
+void SendText(struct evhttp_request* req, int code, const char* type, const std::string& body);
+
+}  // namespace vks_web
+
+#endif
