@@ -10,6 +10,8 @@ packages=(
   libevent-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   curl procps
+  gcovr valgrind
+  clang-14 libclang-rt-14-dev
 )
 
 missing=()
