@@ -62,10 +62,7 @@ void Resolve() {
 // itself never allocates, so the hooks cannot recurse).
 constexpr size_t kSlots = 1 << 16;
 void* g_live[kSlots];
-constexpr int kFrames = 12;
-void* g_where[kSlots][kFrames];  // with VKS_ALLOC_TRACE: the stack of every tracked block
-int g_depth[kSlots];
-bool g_trace;
+bool g_trace;  // VKS_ALLOC_TRACE set: the stack of every failed allocation goes to stderr
 // The sanitizer runtime allocates before thread-local storage works: thread-locals are read only
 // once this unit's static initialisation has run.
 bool g_tlsReady;
@@ -86,7 +83,6 @@ void Track(void* p) {
     for (size_t i = SlotOf(p);; i = (i + 1) & (kSlots - 1)) {
         if (g_live[i] == nullptr || g_live[i] == reinterpret_cast<void*>(1)) {
             g_live[i] = p;
-            g_depth[i] = g_trace ? backtrace(g_where[i], kFrames) : 0;
             ++g_liveCount;
             return;
         }
@@ -296,12 +292,6 @@ long Sweep(const char* name, const std::function<int()>& chain, const std::funct
         bool ok = (run.result == 0 || (n > 0 && allowed(run.result))) && run.live == 0 &&
                   run.descriptorsAfter <= descriptors && run.allocations > 0;
         if (!ok) {  // one report per chain: the later steps would mostly repeat it
-            for (size_t i = 0; g_trace && i < kSlots; ++i) {
-                if (g_live[i] > reinterpret_cast<void*>(1)) {
-                    fprintf(stderr, "left: %p\n", g_live[i]);
-                    backtrace_symbols_fd(g_where[i], g_depth[i], STDERR_FILENO);
-                }
-            }
             ADD_FAILURE() << step << " of " << run.allocations << ": result "
                           << (run.result == kEscaped ? "std::bad_alloc thrown" : std::to_string(run.result))
                           << ", " << run.live << " blocks left, " << run.descriptorsAfter - descriptors
