@@ -238,17 +238,6 @@ TEST_F(EnableListTest, RecvReportsAnyFailureAsMinusOne) {
     EXPECT_TRUE(log.Has(VKS_LOG_ERROR, "[LogVKSFrameWork]:recv msg failed"));
 }
 
-TEST_F(EnableListTest, WithoutRecordTheBodyIsTheStatusEnvelope) {
-    RequestRecords request(kUrl);
-    LogCapture log;
-    std::string body = Format(&request, -1);
-    EXPECT_NE(body.find("\"ResponseStatus\""), std::string::npos) << body;
-    std::vector<OpLogLine> oplog = log.OpLog();
-    ASSERT_EQ(oplog.size(), 2u);
-    EXPECT_EQ(oplog[0].english, "admin[192.168.1.20:50123] Get TaskModes EnableList fail.");
-    EXPECT_EQ(oplog[0].chinese, "admin[192.168.1.20:50123] 获取当前所有任务的算法使能状态失败.");
-}
-
 TEST_F(EnableListTest, RefusedRegistrationSendsNothingAndClosesTheDescriptor) {
     Serve(0, Bytes(TaskList(1)));
     HostPlay host;

@@ -41,21 +41,6 @@ protected:
     RequestRecords request_;
 };
 
-TEST_F(RoundTripTest, GetStoresExactlyTheRecord) {
-    const int32_t ok = 0;
-    Serve(200, &ok, Pattern(16));
-    LogCapture log;
-    ASSERT_EQ(Get(), 0);
-    ASSERT_NE(request_.ctIn.runOut, nullptr);
-    EXPECT_EQ(memcmp(request_.ctIn.runOut, Pattern(16).data(), 16), 0);
-    EXPECT_TRUE(log.Has(VKS_LOG_TRACE, "[LogVKSFrameWork]:ProcMsg_Get result:0"));
-    DecodedFrame sent = Decode(srvfs().Requests(kServiceName).at(0));
-    EXPECT_EQ(sent.uri, kUri);
-    EXPECT_EQ(sent.itemOrder, std::vector<uint16_t>{DXMP_ITEM_CHANNEL_ID});
-    EXPECT_EQ(As<uint64_t>(sent.items[DXMP_ITEM_CHANNEL_ID]), 101u);
-    EXPECT_TRUE(sent.content.empty());
-}
-
 TEST_F(RoundTripTest, LongerContentLeavesAZeroFilledRecord) {
     const int32_t code = 3;
     Serve(200, &code, Pattern(17));
@@ -111,37 +96,6 @@ TEST_F(RoundTripTest, ResultItemDecidesTheCode) {
         }
         srvfs().RemoveService(kServiceName);
     }
-}
-
-TEST_F(RoundTripTest, GetWithSeveralItemsSendsThemInOrder) {
-    const int32_t ok = 0;
-    Serve(200, &ok, Pattern(sizeof(_VW_TasksEnableList_S)));
-    uint64_t channel = 5;
-    int32_t group = 2;
-    std::vector<DXMPMsgHeaderData> items = {{DXMP_ITEM_CHANNEL_ID, &channel, 8},
-                                            {DXMP_ITEM_CHANNEL_GROUP, &group, 4}};
-    ASSERT_EQ(ProcMsg_Get<_VW_TasksEnableList_S>(&request_.ctIn, kUri, DXMP_METHOD_GET, items), 0);
-    ASSERT_NE(request_.ctIn.runOut, nullptr);
-    EXPECT_EQ(memcmp(request_.ctIn.runOut, Pattern(1304).data(), 1304), 0);
-    DecodedFrame sent = Decode(srvfs().Requests(kServiceName).at(0));
-    EXPECT_EQ(sent.itemOrder, (std::vector<uint16_t>{DXMP_ITEM_CHANNEL_ID, DXMP_ITEM_CHANNEL_GROUP}));
-}
-
-TEST_F(RoundTripTest, PutSendsTheRecordAsContent) {
-    const int32_t ok = 0;
-    Serve(200, &ok, {});
-    _FaceRecPopUpPara* record = static_cast<_FaceRecPopUpPara*>(malloc(sizeof(_FaceRecPopUpPara)));
-    ASSERT_NE(record, nullptr);
-    *record = {101, 1, -1};
-    request_.ctIn.parseOut = record;
-    LogCapture log;
-    EXPECT_EQ(
-        ProcMsg_Put<_FaceRecPopUpPara>(&request_.ctIn, kUri, DXMP_METHOD_PUT, DXMP_ITEM_CHANNEL_ID, 101), 0);
-    DecodedFrame sent = Decode(srvfs().Requests(kServiceName).at(0));
-    EXPECT_EQ(sent.flagsMethod & 0x7F, DXMP_METHOD_PUT);
-    EXPECT_EQ(sent.content, Bytes(*record));
-    EXPECT_EQ(request_.ctIn.runOut, nullptr);
-    EXPECT_TRUE(log.Has(VKS_LOG_TRACE, "[LogVKSFrameWork]:ProcMsg_Put result:0"));
 }
 
 TEST_F(RoundTripTest, PutReplyRecordMustHaveTheExactLength) {
