@@ -4,6 +4,8 @@
 // operation-log line) must equal the golden file byte for byte: any change in a text, a wire byte
 // or a result shows up as a difference. VKS_UPDATE_GOLDEN=1 rewrites the file instead; review its
 // diff before committing it.
+#include <dlfcn.h>
+
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -18,6 +20,7 @@
 #include "log_capture.h"
 #include "module_test_util.h"
 #include "status_map.h"
+#include "vw_log.h"
 #include "vks_multi_task_records.h"
 
 namespace vks_test {
@@ -91,6 +94,23 @@ std::string Hex(const std::vector<uint8_t>& bytes) {
 
 class Transcript : public HostRoad {
 protected:
+    // Each form's debug switch gets a value of its own, so that every line shows which one it passed.
+    void SetUp() override {
+        HostRoad::SetUp();
+        moduleFlag_ = static_cast<int*>(dlsym(module_.handle, "g_enITGTDebugFlag"));
+        ASSERT_NE(moduleFlag_, nullptr);
+        *moduleFlag_ = 5;
+        g_enDebugFlag = 9;
+    }
+    void TearDown() override {
+        if (moduleFlag_ != nullptr) {
+            *moduleFlag_ = 0;
+        }
+        g_enDebugFlag = 0;
+        HostRoad::TearDown();
+    }
+    int* moduleFlag_ = nullptr;
+
     std::string Run(const Scenario& s) {
         serviceResult_ = s.serviceResult;
         cmdResult_ = s.cmdResult;

@@ -118,31 +118,6 @@ protected:
     }
 };
 
-TEST_F(EnableListTest, GivenChannelGoesSynchronously) {
-    Serve(0, Bytes(TaskList(1)));
-    HostPlay host;
-    RequestRecords request("/api/MultiTaskAppTaskModesEnableList?ChannelId=101&ChannelGroup=2");
-    LogCapture log;
-    ASSERT_EQ(RunGetMultiTaskAppTaskModesEnableList(&request.header, &request.client, &request.ctIn), 0);
-    EXPECT_EQ(host.adds, 0);
-    ASSERT_NE(request.ctIn.runOut, nullptr);
-    DecodedFrame sent = OnlyRequest(srvfs());
-    EXPECT_EQ(sent.uri, kUri);
-    ASSERT_EQ(sent.itemOrder, (std::vector<uint16_t>{DXMP_ITEM_CHANNEL_ID, DXMP_ITEM_CHANNEL_GROUP}));
-    EXPECT_EQ(As<uint64_t>(sent.items[DXMP_ITEM_CHANNEL_ID]), 101u);
-    EXPECT_EQ(As<int32_t>(sent.items[DXMP_ITEM_CHANNEL_GROUP]), 2);
-    EXPECT_TRUE(log.Has(VKS_LOG_TRACE,
-                        "[LogMultiTaskAppRest]:multitask taskmode enablelist channelGroup:2,channelId:101"));
-    EXPECT_TRUE(log.Has(VKS_LOG_TRACE, "[LogMultiTaskAppRest]:RunGetMultiTaskAppTaskModesEnableList end"));
-    log.Clear();
-    std::string body = Format(&request, 0);
-    EXPECT_NE(body.find("\"vehAttribute\""), std::string::npos) << body;
-    std::vector<OpLogLine> oplog = log.OpLog();
-    ASSERT_EQ(oplog.size(), 2u);
-    EXPECT_EQ(oplog[0].english, "admin[192.168.1.20:50123] Get TaskModes EnableList Successfully.");
-    EXPECT_EQ(oplog[1].chinese, "admin[192.168.1.20:50123] 获取当前所有任务的算法使能状态成功.");
-}
-
 TEST_F(EnableListTest, AllChannelsGoAsynchronouslyWithTheRequestBlock) {
     for (const char* query : {"", "?ChannelId=0"}) {
         srvfs().RemoveService(kServiceName);
@@ -180,20 +155,6 @@ TEST_F(EnableListTest, AllChannelsGoAsynchronouslyWithTheRequestBlock) {
         EXPECT_EQ(static_cast<_VW_TasksEnableList_S*>(request.ctIn.runOut)->taskNum, 2u);
         EXPECT_TRUE(log.Has(VKS_LOG_TRACE, "[LogVKSFrameWork]:RecvGetMultiTaskAppTaskModesEnableList end"));
     }
-}
-
-TEST_F(EnableListTest, MissingServiceGives31BeforeAnyMessage) {
-    HostPlay host;
-    for (const char* url : {kUrl, "/api/MultiTaskAppTaskModesEnableList?ChannelId=7"}) {
-        RequestRecords request(url);
-        LogCapture log;
-        int before = OpenDescriptorCount();
-        EXPECT_EQ(RunGetMultiTaskAppTaskModesEnableList(&request.header, &request.client, &request.ctIn), 31);
-        EXPECT_EQ(OpenDescriptorCount(), before);
-        EXPECT_TRUE(log.Has(VKS_LOG_ERROR,
-                            "[LogMultiTaskAppRest]:serviceName(/mnt/srvfs/itgt.paas.vks) does not exist"));
-    }
-    EXPECT_EQ(host.adds, 0);
 }
 
 TEST_F(EnableListTest, TaskCountShapesTheBody) {
