@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 
@@ -68,8 +69,12 @@ void HostRoad::SetServiceUp(bool up) {
             const uint64_t tasks = 2;
             memcpy(record.data() + offsetof(_VW_TasksEnableList_S, taskNum), &tasks, sizeof(tasks));
         }
+        record.resize(static_cast<size_t>(std::max<int>(0, static_cast<int>(size) + contentDelta_)), 0xEE);
         int32_t result = serviceResult_;
-        return ScriptedReply{BuildReply(200, uri, request[DXMP_HDR_FLAGS_METHOD] & 0x7F, &result, record)};
+        return ScriptedReply{BuildReply(replyStatus_, replyUri_ != 0 ? replyUri_ : uri,
+                                        request[DXMP_HDR_FLAGS_METHOD] & 0x7F,
+                                        resultLen_ != 0 ? &result : nullptr, record,
+                                        static_cast<uint16_t>(resultLen_ != 0 ? resultLen_ : 4))};
     });
 }
 

@@ -25,6 +25,12 @@ protected:
     void SetServiceUp(bool up);
 
     int serviceResult_ = 0;
+    // The reply's shape: its status, its uri (0: the request's), the result item's length (0: none)
+    // and the content's length against the record's size.
+    uint16_t replyStatus_ = 200;
+    uint16_t replyUri_ = 0;
+    int resultLen_ = 4;
+    int contentDelta_ = 0;
     int cmdResult_ = 0;  // the command channel's result; 0: GETs read a counting record
     // Set where the peers always succeed: a failed request must then have left runOut empty.
     bool checkNoRecordOnFailure_ = false;

@@ -34,11 +34,27 @@ struct Scenario {
     int serviceResult;  // the analysis service's result item
     int cmdResult;      // the command channel's result (7032: inside MSG_DATA)
     bool serviceUp;
+    // The analysis service's reply shape (see HostRoad).
+    uint16_t replyStatus = 200;
+    uint16_t replyUri = 0;
+    int resultLen = 4;
+    int contentDelta = 0;
 };
 
 const Scenario kScenarios[] = {
     {"MultiTaskAppTaskModesAvailableList", "GET", "", "", 0, 0, true},
     {"MultiTaskAppTaskModesAvailableList", "GET", "", "", 5, 0, true},
+    // Reply shapes: a failed status with and without a code, another uri, result items of 7, 8 and
+    // 3 bytes, content longer, shorter than the record, and none.
+    {"MultiTaskAppTaskModesAvailableList", "GET", "", "", 12, 0, true, 500},
+    {"MultiTaskAppTaskModesAvailableList", "GET", "", "", 12, 0, true, 500, 0, 0},
+    {"MultiTaskAppTaskModesAvailableList", "GET", "", "", 0, 0, true, 200, 1203},
+    {"MultiTaskAppTaskModesAvailableList", "GET", "", "", 7, 0, true, 200, 0, 7},
+    {"MultiTaskAppTaskModesAvailableList", "GET", "", "", 7, 0, true, 200, 0, 8},
+    {"MultiTaskAppTaskModesAvailableList", "GET", "", "", 7, 0, true, 200, 0, 3},
+    {"MultiTaskAppTaskModesAvailableList", "GET", "", "", 3, 0, true, 200, 0, 4, 1},
+    {"MultiTaskAppTaskModesAvailableList", "GET", "", "", 9, 0, true, 200, 0, 4, -1},
+    {"MultiTaskAppTaskModesAvailableList", "GET", "", "", 0, 0, true, 200, 0, 4, -24},
     {"MultiTaskAppTaskModesCapacity", "GET", "", "", 0, 0, true},
     {"MultiTaskAppTaskModesCapacity", "GET", "", "", 0, 0, false},
     {"MultiTaskAppTaskModesEnableList", "GET", "?ChannelId=101&ChannelGroup=2", "", 0, 0, true},
@@ -51,6 +67,8 @@ const Scenario kScenarios[] = {
     {"MultiTaskAppDisplayRecogPopUps", "PUT", "", R"({"blackPopUp": true, "whitePopUp": 0})", 0, 0, true},
     {"MultiTaskAppDisplayRecogPopUps", "PUT", "", R"({"whitePopUp": "1"})", 0, 0, true},
     {"MultiTaskAppDisplayRecogPopUps", "PUT", "", R"({"blackPopUp": false})", 9, 0, true},
+    {"MultiTaskAppDisplayRecogPopUps", "PUT", "", "{}", 0, 0, true, 200, 0, 4, 1},
+    {"MultiTaskAppDisplayRecogPopUps", "PUT", "", "{}", 0, 0, true, 200, 0, 4, -1},
     {"MultiTaskAppDisplayRecogInfos", "GET", "?ChannelId=101", "", 0, 0, true},
     {"MultiTaskAppDisplayRecogInfos", "GET", "", "", 0, 6, true},
     {"MultiTaskAppDisplayRecogInfos", "PUT", "?ChannelId=101", R"({"name": false, "matchRate": true})", 0, 0,
@@ -115,6 +133,11 @@ protected:
         serviceResult_ = s.serviceResult;
         cmdResult_ = s.cmdResult;
         SetServiceUp(s.serviceUp);
+        replyStatus_ = s.replyStatus;
+        replyUri_ = s.replyUri;
+        resultLen_ = s.resultLen;
+        contentDelta_ = s.contentDelta;
+        size_t ioctlsBefore = srvfs().Ioctls(kServiceName).size();
         size_t servicedBefore = srvfs().Requests(kServiceName).size();
         size_t commandsBefore = peer_.Requests().size();
         LogCapture log;
@@ -123,7 +146,8 @@ protected:
         vks_host::HttpStatus status = vks_host::StatusForResult(result, request_.parseFailed, false);
         out << "== " << s.method << " " << s.resource << s.query << " body " << s.body << " | service "
             << (s.serviceUp ? std::to_string(s.serviceResult) : "absent") << " | command " << s.cmdResult
-            << "\n"
+            << " | reply " << s.replyStatus << "/" << s.replyUri << "/" << s.resultLen << "/"
+            << s.contentDelta << "\n"
             << "result " << result << ", HTTP " << status.code << "\nbody " << request_.body.text << "\n";
         std::vector<std::vector<uint8_t>> frames = srvfs().Requests(kServiceName);
         for (size_t i = servicedBefore; i < frames.size(); ++i) {
@@ -136,6 +160,10 @@ protected:
                 out << " item " << std::hex << type << std::dec << "=" << Hex(f.items[type]);
             }
             out << " content " << Hex(f.content) << "\n";
+        }
+        std::vector<IoctlCall> ioctls = srvfs().Ioctls(kServiceName);
+        for (size_t i = ioctlsBefore; i < ioctls.size(); ++i) {
+            out << "ioctl " << std::hex << ioctls[i].cmd << std::dec << " " << ioctls[i].arg << "\n";
         }
         std::vector<cmdframe::Request> commands = peer_.Requests();
         for (size_t i = commandsBefore; i < commands.size(); ++i) {
