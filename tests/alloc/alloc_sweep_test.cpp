@@ -16,34 +16,25 @@
 namespace {
 
 struct Chain {
-    const char* resource;
-    const char* method;
-    const char* query;
-    const char* body;
+    vks_test::Road road;
     std::set<int> codes;  // results the module documents for a failed allocation on this road
 };
 
 const Chain kChains[] = {
-    {"MultiTaskAppTaskModesAvailableList", "GET", "", "", {18, -1}},
-    {"MultiTaskAppTaskModesCapacity", "GET", "", "", {18, -1}},
-    {"MultiTaskAppTaskModesEnableList", "GET", "?ChannelId=101&ChannelGroup=2", "", {18, -1}},
-    {"MultiTaskAppTaskModesEnableList", "GET", "", "", {18, -1}},
-    {"MultiTaskAppDisplayRecogPopUps", "GET", "", "", {18, -1}},
-    {"MultiTaskAppDisplayRecogPopUps",
-     "PUT",
-     "",
-     R"({"blackPopUp": true, "whitePopUp": false})",
+    {{"MultiTaskAppTaskModesAvailableList", "GET", "", ""}, {18, -1}},
+    {{"MultiTaskAppTaskModesCapacity", "GET", "", ""}, {18, -1}},
+    {{"MultiTaskAppTaskModesEnableList", "GET", "?ChannelId=101&ChannelGroup=2", ""}, {18, -1}},
+    {{"MultiTaskAppTaskModesEnableList", "GET", "", ""}, {18, -1}},
+    {{"MultiTaskAppDisplayRecogPopUps", "GET", "", ""}, {18, -1}},
+    {{"MultiTaskAppDisplayRecogPopUps", "PUT", "", R"({"blackPopUp": true, "whitePopUp": false})"},
      {18, 4, -1}},
-    {"MultiTaskAppDisplayRecogInfos", "GET", "", "", {18, -1}},
-    {"MultiTaskAppDisplayRecogInfos", "PUT", "", R"({"name": true, "matchRate": false})", {18, 4, -1}},
-    {"MultiTaskAppHistory", "GET", "?ChannelId=101", "", {18, -1}},
-    {"MultiTaskAppHistory", "PUT", "?ChannelId=101", R"({"enable": true})", {18, 4, -1}},
-    {"MultiTaskAppHistoryRecords",
-     "GET",
-     "?StartIndex=0&FindNum=5&EndTime=e&DatabaseType=0",
-     "",
+    {{"MultiTaskAppDisplayRecogInfos", "GET", "", ""}, {18, -1}},
+    {{"MultiTaskAppDisplayRecogInfos", "PUT", "", R"({"name": true, "matchRate": false})"}, {18, 4, -1}},
+    {{"MultiTaskAppHistory", "GET", "?ChannelId=101", ""}, {18, -1}},
+    {{"MultiTaskAppHistory", "PUT", "?ChannelId=101", R"({"enable": true})"}, {18, 4, -1}},
+    {{"MultiTaskAppHistoryRecords", "GET", "?StartIndex=0&FindNum=5&EndTime=e&DatabaseType=0", ""},
      {18, 4, 1, -1}},
-    {"MultiTaskAppHistoryRecords", "DELETE", "?StartTime=s&EndTime=e", "", {18, 4, -1}},
+    {{"MultiTaskAppHistoryRecords", "DELETE", "?StartTime=s&EndTime=e", ""}, {18, 4, -1}},
 };
 
 class AllocSweep : public vks_test::HostRoad {
@@ -54,11 +45,11 @@ protected:
 TEST_F(AllocSweep, EveryResourceAndMethodThroughTheAccessServersPhaseRunner) {
     long total = 0;
     for (const Chain& c : kChains) {
-        std::string name = std::string(c.method) + " " + c.resource + c.query;
+        std::string name = std::string(c.road.method) + " " + c.road.resource + c.road.query;
         total += alloc_sweep::Sweep(
             name.c_str(),
             [&] {
-                int result = Serve(c.resource, c.method, c.query, c.body);
+                int result = Serve(c.road);
                 std::string().swap(request_.body.text);  // released inside the run
                 return result;
             },

@@ -84,7 +84,7 @@ void HostRoad::TearDown() {
     SrvfsTest::TearDown();
 }
 
-int HostRoad::Serve(const char* resource, const char* method, const char* query, const char* body) {
+int HostRoad::Serve(const Road& road) {
     // The history query removes the result file it read: one for every request, written without malloc.
     int fd = open(resultFile_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     if (fd < 0 || write(fd, kResultText, strlen(kResultText)) != static_cast<ssize_t>(strlen(kResultText))) {
@@ -92,18 +92,18 @@ int HostRoad::Serve(const char* resource, const char* method, const char* query,
     }
     close(fd);
     const vks_host::HandlerSet* handlers = nullptr;
-    if (vks_host::FindRoute(module_, resource, method, &handlers) != vks_host::kRouteFound) {
+    if (vks_host::FindRoute(module_, road.resource, road.method, &handlers) != vks_host::kRouteFound) {
         return 98;
     }
     vks_host::PhaseRequest& r = request_;
     vks_host::InitPhaseRequest(&r, handlers, 1 << 20);
-    snprintf(r.header.method, sizeof(r.header.method), "%s", method);
-    snprintf(r.header.szReqUrl, sizeof(r.header.szReqUrl), "/api/%s%s", resource, query);
+    snprintf(r.header.method, sizeof(r.header.method), "%s", road.method);
+    snprintf(r.header.szReqUrl, sizeof(r.header.szReqUrl), "/api/%s%s", road.resource, road.query);
     snprintf(r.header.szUserName, sizeof(r.header.szUserName), "admin");
     snprintf(r.header.szClientIp, sizeof(r.header.szClientIp), "127.0.0.1");
     r.header.clientPort = 50123;
     r.client.synSock = sock_;
-    r.requestBody = body;
+    r.requestBody = road.body;
     vks_host::RunFrontPhases(&r);
     if (vks_host::AwaitsReply(r)) {
         dxmp_message* msg = nullptr;
@@ -124,7 +124,8 @@ int HostRoad::Serve(const char* resource, const char* method, const char* query,
     vks_host::CancelRegistration(&r);
     // A failure of the module's own making leaves no half-filled record behind for Format to read.
     if (checkNoRecordOnFailure_ && r.result != 0 && r.ctIn.runOut != nullptr) {
-        ADD_FAILURE() << resource << " " << method << ": result " << r.result << " with a record in runOut";
+        ADD_FAILURE() << road.resource << " " << road.method << ": result " << r.result
+                      << " with a record in runOut";
     }
     vks_host::RunFormatPhase(&r);
     return vks_host::EffectiveResult(r);

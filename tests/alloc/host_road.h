@@ -12,13 +12,21 @@
 
 namespace vks_test {
 
+// One request: resource, method, the URL's query ("" or "?..."), the body.
+struct Road {
+    const char* resource;
+    const char* method;
+    const char* query;
+    const char* body;
+};
+
 class HostRoad : public SrvfsTest {
 protected:
     void SetUp() override;
     void TearDown() override;
     // PreProc, Parse, Run, the awaited reply read as the event loop reads it, Recv, Format: the
     // effective result. The body stays in request_.body.text until the next request.
-    int Serve(const char* resource, const char* method, const char* query, const char* body);
+    int Serve(const Road& road);
 
     // Up: the analysis service answers serviceResult_ and a record of the asked size whose bytes
     // count up from 1 (the enable list holds 2 tasks). Down: its file does not exist.

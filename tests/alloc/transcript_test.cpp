@@ -27,10 +27,7 @@ namespace vks_test {
 namespace {
 
 struct Scenario {
-    const char* resource;
-    const char* method;
-    const char* query;
-    const char* body;
+    Road road;
     int serviceResult;  // the analysis service's result item
     int cmdResult;      // the command channel's result (7032: inside MSG_DATA)
     bool serviceUp;
@@ -42,57 +39,80 @@ struct Scenario {
 };
 
 const Scenario kScenarios[] = {
-    {"MultiTaskAppTaskModesAvailableList", "GET", "", "", 0, 0, true},
-    {"MultiTaskAppTaskModesAvailableList", "GET", "", "", 5, 0, true},
+    {{"MultiTaskAppTaskModesAvailableList", "GET", "", ""}, 0, 0, true},
+    {{"MultiTaskAppTaskModesAvailableList", "GET", "", ""}, 5, 0, true},
     // Reply shapes: a failed status with and without a code, another uri, result items of 7, 8 and
     // 3 bytes, content longer, shorter than the record, and none.
-    {"MultiTaskAppTaskModesAvailableList", "GET", "", "", 12, 0, true, 500},
-    {"MultiTaskAppTaskModesAvailableList", "GET", "", "", 12, 0, true, 500, 0, 0},
-    {"MultiTaskAppTaskModesAvailableList", "GET", "", "", 0, 0, true, 200, 1203},
-    {"MultiTaskAppTaskModesAvailableList", "GET", "", "", 7, 0, true, 200, 0, 7},
-    {"MultiTaskAppTaskModesAvailableList", "GET", "", "", 7, 0, true, 200, 0, 8},
-    {"MultiTaskAppTaskModesAvailableList", "GET", "", "", 7, 0, true, 200, 0, 3},
-    {"MultiTaskAppTaskModesAvailableList", "GET", "", "", 3, 0, true, 200, 0, 4, 1},
-    {"MultiTaskAppTaskModesAvailableList", "GET", "", "", 9, 0, true, 200, 0, 4, -1},
-    {"MultiTaskAppTaskModesAvailableList", "GET", "", "", 0, 0, true, 200, 0, 4, -24},
-    {"MultiTaskAppTaskModesCapacity", "GET", "", "", 0, 0, true},
-    {"MultiTaskAppTaskModesCapacity", "GET", "", "", 0, 0, false},
-    {"MultiTaskAppTaskModesEnableList", "GET", "?ChannelId=101&ChannelGroup=2", "", 0, 0, true},
-    {"MultiTaskAppTaskModesEnableList", "GET", "", "", 0, 0, true},
-    {"MultiTaskAppTaskModesEnableList", "GET", "?ChannelGroup=3", "", 7, 0, true},
-    {"MultiTaskAppTaskModesEnableList", "GET", "", "", 0, 0, false},
-    {"MultiTaskAppDisplayRecogPopUps", "GET", "", "", 0, 0, true},
-    {"MultiTaskAppDisplayRecogPopUps", "GET", "", "", 9, 0, true},
-    {"MultiTaskAppDisplayRecogPopUps", "GET", "", "", 0, 0, false},
-    {"MultiTaskAppDisplayRecogPopUps", "PUT", "", R"({"blackPopUp": true, "whitePopUp": 0})", 0, 0, true},
-    {"MultiTaskAppDisplayRecogPopUps", "PUT", "", R"({"whitePopUp": "1"})", 0, 0, true},
-    {"MultiTaskAppDisplayRecogPopUps", "PUT", "", R"({"blackPopUp": false})", 9, 0, true},
-    {"MultiTaskAppDisplayRecogPopUps", "PUT", "", "{}", 0, 0, true, 200, 0, 4, 1},
-    {"MultiTaskAppDisplayRecogPopUps", "PUT", "", "{}", 0, 0, true, 200, 0, 4, -1},
-    {"MultiTaskAppDisplayRecogInfos", "GET", "?ChannelId=101", "", 0, 0, true},
-    {"MultiTaskAppDisplayRecogInfos", "GET", "", "", 0, 6, true},
-    {"MultiTaskAppDisplayRecogInfos", "PUT", "?ChannelId=101", R"({"name": false, "matchRate": true})", 0, 0,
+    {{"MultiTaskAppTaskModesAvailableList", "GET", "", ""}, 12, 0, true, 500},
+    {{"MultiTaskAppTaskModesAvailableList", "GET", "", ""}, 12, 0, true, 500, 0, 0},
+    {{"MultiTaskAppTaskModesAvailableList", "GET", "", ""}, 0, 0, true, 200, 1203},
+    {{"MultiTaskAppTaskModesAvailableList", "GET", "", ""}, 7, 0, true, 200, 0, 7},
+    {{"MultiTaskAppTaskModesAvailableList", "GET", "", ""}, 7, 0, true, 200, 0, 8},
+    {{"MultiTaskAppTaskModesAvailableList", "GET", "", ""}, 7, 0, true, 200, 0, 3},
+    {{"MultiTaskAppTaskModesAvailableList", "GET", "", ""}, 3, 0, true, 200, 0, 4, 1},
+    {{"MultiTaskAppTaskModesAvailableList", "GET", "", ""}, 9, 0, true, 200, 0, 4, -1},
+    {{"MultiTaskAppTaskModesAvailableList", "GET", "", ""}, 0, 0, true, 200, 0, 4, -24},
+    {{"MultiTaskAppTaskModesCapacity", "GET", "", ""}, 0, 0, true},
+    {{"MultiTaskAppTaskModesCapacity", "GET", "", ""}, 0, 0, false},
+    {{"MultiTaskAppTaskModesEnableList", "GET", "?ChannelId=101&ChannelGroup=2", ""}, 0, 0, true},
+    {{"MultiTaskAppTaskModesEnableList", "GET", "", ""}, 0, 0, true},
+    {{"MultiTaskAppTaskModesEnableList", "GET", "?ChannelGroup=3", ""}, 7, 0, true},
+    {{"MultiTaskAppTaskModesEnableList", "GET", "", ""}, 0, 0, false},
+    // Reply shapes on the asynchronous road: content one byte longer, shorter and none, status 404,
+    // another uri, result items of 8 bytes and none.
+    {{"MultiTaskAppTaskModesEnableList", "GET", "", ""}, 0, 0, true, 200, 0, 4, 1},
+    {{"MultiTaskAppTaskModesEnableList", "GET", "", ""}, 0, 0, true, 200, 0, 4, -1},
+    {{"MultiTaskAppTaskModesEnableList", "GET", "", ""}, 7, 0, true, 200, 0, 4, -1304},
+    {{"MultiTaskAppTaskModesEnableList", "GET", "", ""}, 7, 0, true, 404},
+    {{"MultiTaskAppTaskModesEnableList", "GET", "", ""}, 7, 0, true, 200, 1202},
+    {{"MultiTaskAppTaskModesEnableList", "GET", "", ""}, 0, 0, true, 200, 0, 8},
+    {{"MultiTaskAppTaskModesEnableList", "GET", "", ""}, 0, 0, true, 200, 0, 0},
+    {{"MultiTaskAppDisplayRecogPopUps", "GET", "", ""}, 0, 0, true},
+    {{"MultiTaskAppDisplayRecogPopUps", "GET", "", ""}, 9, 0, true},
+    {{"MultiTaskAppDisplayRecogPopUps", "GET", "", ""}, 0, 0, false},
+    {{"MultiTaskAppDisplayRecogPopUps", "PUT", "", R"({"blackPopUp": true, "whitePopUp": 0})"}, 0, 0, true},
+    {{"MultiTaskAppDisplayRecogPopUps", "PUT", "", R"({"whitePopUp": "1"})"}, 0, 0, true},
+    {{"MultiTaskAppDisplayRecogPopUps", "PUT", "", R"({"blackPopUp": false})"}, 9, 0, true},
+    {{"MultiTaskAppDisplayRecogPopUps", "PUT", "", "{}"}, 0, 0, true, 200, 0, 4, 1},
+    {{"MultiTaskAppDisplayRecogPopUps", "PUT", "", "{}"}, 0, 0, true, 200, 0, 4, -1},
+    {{"MultiTaskAppDisplayRecogInfos", "GET", "?ChannelId=101", ""}, 0, 0, true},
+    {{"MultiTaskAppDisplayRecogInfos", "GET", "", ""}, 0, 6, true},
+    {{"MultiTaskAppDisplayRecogInfos", "PUT", "?ChannelId=101", R"({"name": false, "matchRate": true})"},
+     0,
+     0,
      true},
-    {"MultiTaskAppDisplayRecogInfos", "PUT", "?ChannelId=101", "[1", 0, 0, true},
-    {"MultiTaskAppDisplayRecogInfos", "PUT", "?ChannelId=101", R"({"name": false})", 0, 6, true},
-    {"MultiTaskAppHistory", "GET", "?ChannelId=101", "", 0, 0, true},
-    {"MultiTaskAppHistory", "GET", "", "", 0, 3, true},
-    {"MultiTaskAppHistory", "PUT", "?ChannelId=101", R"({"enableRecord": false})", 0, 0, true},
-    {"MultiTaskAppHistory", "PUT", "?ChannelId=101", R"({"enableRecord": "no"})", 0, 0, true},
-    {"MultiTaskAppHistory", "PUT", "?ChannelId=101", R"({"enableRecord": true})", 0, 3, true},
-    {"MultiTaskAppHistoryRecords", "GET",
-     "?StartIndex=2&FindNum=5&StartTime=2024-05-01T00:00:00&EndTime=2024-05-01T12:00:00&ChannelId=101"
-     "&DatabaseType=1&FirstAttri=3&SecondAttri=4&LibId=9",
-     "", 0, 0, true},
-    {"MultiTaskAppHistoryRecords", "GET", "?StartIndex=0&FindNum=1&EndTime=e&DatabaseType=2", "", 0, 0, true},
-    {"MultiTaskAppHistoryRecords", "GET", "?StartIndex=0&FindNum=5&EndTime=e", "", 0, 0, true},
-    {"MultiTaskAppHistoryRecords", "GET", "?FindNum=5&EndTime=e&DatabaseType=0", "", 0, 0, true},
-    {"MultiTaskAppHistoryRecords", "GET", "?StartIndex=0&EndTime=e&DatabaseType=0", "", 0, 0, true},
-    {"MultiTaskAppHistoryRecords", "GET", "?StartIndex=0&FindNum=5&DatabaseType=0", "", 0, 0, true},
-    {"MultiTaskAppHistoryRecords", "GET", "?StartIndex=0&FindNum=5&EndTime=e&DatabaseType=0", "", 0, 2, true},
-    {"MultiTaskAppHistoryRecords", "DELETE", "?StartTime=2024-05-01T08:00:00&EndTime=2024-05-01T09:59:59", "",
-     0, 0, true},
-    {"MultiTaskAppHistoryRecords", "DELETE", "?EndTime=2024-05-01T09:59:59", "", 0, 4, true},
+    {{"MultiTaskAppDisplayRecogInfos", "PUT", "?ChannelId=101", "[1"}, 0, 0, true},
+    {{"MultiTaskAppDisplayRecogInfos", "PUT", "?ChannelId=101", R"({"name": false})"}, 0, 6, true},
+    {{"MultiTaskAppHistory", "GET", "?ChannelId=101", ""}, 0, 0, true},
+    {{"MultiTaskAppHistory", "GET", "", ""}, 0, 3, true},
+    {{"MultiTaskAppHistory", "PUT", "?ChannelId=101", R"({"enableRecord": false})"}, 0, 0, true},
+    {{"MultiTaskAppHistory", "PUT", "?ChannelId=101", R"({"enableRecord": "no"})"}, 0, 0, true},
+    {{"MultiTaskAppHistory", "PUT", "?ChannelId=101", R"({"enableRecord": true})"}, 0, 3, true},
+    {{"MultiTaskAppHistoryRecords", "GET",
+      "?StartIndex=2&FindNum=5&StartTime=2024-05-01T00:00:00&EndTime=2024-05-01T12:00:00&ChannelId=101"
+      "&DatabaseType=1&FirstAttri=3&SecondAttri=4&LibId=9",
+      ""},
+     0,
+     0,
+     true},
+    {{"MultiTaskAppHistoryRecords", "GET", "?StartIndex=0&FindNum=1&EndTime=e&DatabaseType=2", ""},
+     0,
+     0,
+     true},
+    {{"MultiTaskAppHistoryRecords", "GET", "?StartIndex=0&FindNum=5&EndTime=e", ""}, 0, 0, true},
+    {{"MultiTaskAppHistoryRecords", "GET", "?FindNum=5&EndTime=e&DatabaseType=0", ""}, 0, 0, true},
+    {{"MultiTaskAppHistoryRecords", "GET", "?StartIndex=0&EndTime=e&DatabaseType=0", ""}, 0, 0, true},
+    {{"MultiTaskAppHistoryRecords", "GET", "?StartIndex=0&FindNum=5&DatabaseType=0", ""}, 0, 0, true},
+    {{"MultiTaskAppHistoryRecords", "GET", "?StartIndex=0&FindNum=5&EndTime=e&DatabaseType=0", ""},
+     0,
+     2,
+     true},
+    {{"MultiTaskAppHistoryRecords", "DELETE", "?StartTime=2024-05-01T08:00:00&EndTime=2024-05-01T09:59:59",
+      ""},
+     0,
+     0,
+     true},
+    {{"MultiTaskAppHistoryRecords", "DELETE", "?EndTime=2024-05-01T09:59:59", ""}, 0, 4, true},
 };
 
 std::string Hex(const std::vector<uint8_t>& bytes) {
@@ -141,12 +161,12 @@ protected:
         size_t servicedBefore = srvfs().Requests(kServiceName).size();
         size_t commandsBefore = peer_.Requests().size();
         LogCapture log;
-        int result = Serve(s.resource, s.method, s.query, s.body);
+        int result = Serve(s.road);
         std::ostringstream out;
         vks_host::HttpStatus status = vks_host::StatusForResult(result, request_.parseFailed, false);
-        out << "== " << s.method << " " << s.resource << s.query << " body " << s.body << " | service "
-            << (s.serviceUp ? std::to_string(s.serviceResult) : "absent") << " | command " << s.cmdResult
-            << " | reply " << s.replyStatus << "/" << s.replyUri << "/" << s.resultLen << "/"
+        out << "== " << s.road.method << " " << s.road.resource << s.road.query << " body " << s.road.body
+            << " | service " << (s.serviceUp ? std::to_string(s.serviceResult) : "absent") << " | command "
+            << s.cmdResult << " | reply " << s.replyStatus << "/" << s.replyUri << "/" << s.resultLen << "/"
             << s.contentDelta << "\n"
             << "result " << result << ", HTTP " << status.code << "\nbody " << request_.body.text << "\n";
         std::vector<std::vector<uint8_t>> frames = srvfs().Requests(kServiceName);

@@ -237,46 +237,5 @@ TEST_F(EnableListTest, FailedSendCancelsTheRegistration) {
     EXPECT_TRUE(srvfs().Requests(kServiceName).empty());
 }
 
-// ---- AsyncRecvMsg_Get on replies built in memory ----
-
-struct ReplyCase {
-    uint16_t status;
-    uint16_t uri;
-    uint8_t method;
-    const int32_t* result;
-    uint16_t resultLen;
-    size_t content;
-    VW_RESULT_TYPE expected;
-    bool stored;
-};
-
-const int32_t kZero = 0;
-const int32_t kSeven = 7;
-
-class AsyncRecvTest : public ::testing::TestWithParam<ReplyCase> {};
-
-TEST_P(AsyncRecvTest, ConsumesTheReply) {
-    const ReplyCase& c = GetParam();
-    std::vector<uint8_t> content(c.content, 0x5A);
-    std::vector<uint8_t> frame = BuildReply(c.status, c.uri, c.method, c.result, content, c.resultLen);
-    RequestRecords request;
-    request.client.pRecvMsg = dxmp_message_new(0);
-    ASSERT_EQ(dxmp_message_decode(request.client.pRecvMsg, frame.data(), static_cast<uint32_t>(frame.size())),
-              0);
-    EXPECT_EQ(AsyncRecvMsg_Get(&request.ctIn, &request.client, kUri, DXMP_METHOD_GET), c.expected);
-    EXPECT_EQ(request.client.pRecvMsg, nullptr);
-    EXPECT_EQ(request.ctIn.runOut != nullptr, c.stored);
-}
-
-INSTANTIATE_TEST_SUITE_P(Replies, AsyncRecvTest,
-                         ::testing::Values(ReplyCase{200, kUri, 2, &kZero, 4, 1304, 0, true},
-                                           ReplyCase{200, kUri, 2, &kZero, 4, 1305, 18, false},
-                                           ReplyCase{200, kUri, 2, &kSeven, 4, 0, 7, false},
-                                           ReplyCase{200, kUri, 2, &kZero, 4, 1303, 0, false},
-                                           ReplyCase{404, kUri, 2, &kSeven, 4, 1304, 7, false},
-                                           ReplyCase{200, 1202, 2, &kSeven, 4, 1304, 7, false},
-                                           ReplyCase{200, kUri, 3, nullptr, 4, 1304, -1, false},
-                                           ReplyCase{200, kUri, 2, &kZero, 8, 1304, -1, true}));
-
 }  // namespace
 }  // namespace vks_test
