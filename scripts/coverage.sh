@@ -16,7 +16,8 @@ if [ "${1:-}" != "--no-build" ]; then
   grep -E 'tests passed' "$build/ctest.log"
 fi
 
-gcovr -r . --object-directory "$build" -j "$(nproc)" \
+# Bounded: gcovr 5.2's parallel workers can hang after a parse error instead of exiting.
+timeout 600 gcovr -r . --object-directory "$build" -j "$(nproc)" \
   --filter 'src/' --filter 'platform/' --filter 'emulator/' --filter 'host/' \
   --exclude-throw-branches --exclude-unreachable-branches \
   --json-summary "$build/summary.json" >/dev/null
