@@ -4,10 +4,28 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
+#include "host_log.h"
 #include "zkapi_common.h"
 
 namespace vks_host {
+
+namespace {
+
+// A handler may run out of memory inside a standard string or container operation, which throws:
+// the phase failed, the server goes on.
+template <typename Call>
+VW_RESULT_TYPE Guarded(const char* phase, Call call) {
+    try {
+        return call();
+    } catch (const std::bad_alloc&) {
+        HOST_LOG(3, "%s phase ran out of memory", phase);
+        return VW_FAILED;
+    }
+}
+
+}  // namespace
 
 void InitPhaseRequest(PhaseRequest* r, const HandlerSet* handlers, size_t bodyLimit) {
     r->handlers = handlers;
@@ -32,14 +50,14 @@ void RunFrontPhases(PhaseRequest* r) {
     r->input.pContent = r->requestBody.c_str();
     r->result = VW_SUCCESS;
     if (h.preProc != nullptr) {
-        r->result = h.preProc(&r->header, r->client.synSock, &r->ctIn);
+        r->result = Guarded("PreProc", [&] { return h.preProc(&r->header, r->client.synSock, &r->ctIn); });
     }
     if (r->result == VW_SUCCESS && h.parse != nullptr) {
-        r->result = h.parse(&r->header, &r->input, &r->ctIn);
+        r->result = Guarded("Parse", [&] { return h.parse(&r->header, &r->input, &r->ctIn); });
         r->parseFailed = r->result != VW_SUCCESS;
     }
     if (r->result == VW_SUCCESS && h.run != nullptr) {
-        r->result = h.run(&r->header, &r->client, &r->ctIn);
+        r->result = Guarded("Run", [&] { return h.run(&r->header, &r->client, &r->ctIn); });
     }
 }
 
@@ -59,7 +77,7 @@ void CancelRegistration(PhaseRequest* r) {
 }
 
 void RunRecvPhase(PhaseRequest* r) {
-    r->result = r->handlers->recv(&r->header, &r->client, &r->ctIn);
+    r->result = Guarded("Recv", [&] { return r->handlers->recv(&r->header, &r->client, &r->ctIn); });
 }
 
 void ReleaseRequestData(PhaseRequest* r) {
@@ -84,7 +102,8 @@ void RunFormatPhase(PhaseRequest* r) {
     const HandlerSet& h = *r->handlers;
     r->formatReturn = VW_SUCCESS;
     if (h.format != nullptr) {
-        r->formatReturn = h.format(&r->header, r->result, &r->ctIn, &r->output);
+        r->formatReturn =
+            Guarded("Format", [&] { return h.format(&r->header, r->result, &r->ctIn, &r->output); });
     }
     if (r->body.text.empty()) {
         FormatCommonStatus(&r->header, EffectiveResult(*r), &r->ctIn, &r->output);

@@ -13,6 +13,8 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   curl procps
   nodejs chromium
+  gcovr valgrind
+  clang-14 libclang-rt-14-dev
 )
 
 missing=()

@@ -134,6 +134,20 @@ size_t MinRecordLength(VW_CMD_TYPE cmd) {
     }
 }
 
+// One exchange. Running out of memory while framing is a failed exchange, never an exception across
+// the C interface; the connection is dropped as after any failure, a frame may be half read.
+cmdframe::IoStatus Call(tagUNIX_SOCKET_S* sock, cmdframe::Op op, uint16_t msgType, VW_CMD_TYPE cmd,
+                        const void* data, size_t len, cmdframe::Reply* reply) {
+    try {
+        return Exchange(sock, MakeRequest(op, msgType, cmd, data, len), reply);
+    } catch (const std::bad_alloc&) {
+        CMD_LOG("[CMDCHAN]:%s cmd[%d] failed: out of memory", sock->path.c_str(), static_cast<int>(cmd));
+        std::lock_guard<std::mutex> lock(sock->mutex);
+        Disconnect(sock);
+        return cmdframe::kIoError;
+    }
+}
+
 }  // namespace
 
 tagUNIX_SOCKET_S* UnixSocketOpen(const char* path, int timeoutMs) {
@@ -161,8 +175,7 @@ VW_RESULT_TYPE GetCommon(tagHTTP_HEADER_S* /*header*/, tagUNIX_SOCKET_S* sock, V
         return VW_INVALID_PARAM;
     }
     cmdframe::Reply reply;
-    if (Exchange(sock, MakeRequest(cmdframe::kOpGet, 0, cmd, body, sizeof(*body)), &reply) !=
-        cmdframe::kIoOk) {
+    if (Call(sock, cmdframe::kOpGet, 0, cmd, body, sizeof(*body), &reply) != cmdframe::kIoOk) {
         return VW_FAILED;
     }
     if (reply.result != 0) {
@@ -193,7 +206,7 @@ VW_RESULT_TYPE SetCommon(tagHTTP_HEADER_S* /*header*/, void* data, unsigned int 
         return VW_INVALID_PARAM;
     }
     cmdframe::Reply reply;
-    if (Exchange(sock, MakeRequest(cmdframe::kOpSet, 0, cmd, data, length), &reply) != cmdframe::kIoOk) {
+    if (Call(sock, cmdframe::kOpSet, 0, cmd, data, length, &reply) != cmdframe::kIoOk) {
         return VW_FAILED;
     }
     return reply.result;
@@ -205,9 +218,8 @@ long long RestSendSynUnixMsg(char const* /*tag*/, VW_MSG_TYPE msgType, VW_CMD_TY
         return VW_INVALID_PARAM;
     }
     cmdframe::Reply answer;
-    cmdframe::Request request =
-        MakeRequest(cmdframe::kOpMsg, static_cast<uint16_t>(msgType), cmd, body, sizeof(*body));
-    if (Exchange(sock, request, &answer) != cmdframe::kIoOk) {
+    if (Call(sock, cmdframe::kOpMsg, static_cast<uint16_t>(msgType), cmd, body, sizeof(*body), &answer) !=
+        cmdframe::kIoOk) {
         return VW_FAILED;
     }
     if (answer.result != 0) {

@@ -4,6 +4,7 @@
 #include <limits.h>
 #include <string.h>
 
+#include <new>
 #include <string>
 
 #include "zkapi_common.h"
@@ -45,7 +46,7 @@ int PercentDecode(const char* begin, const char* end, std::string* out) {
 }
 
 // The value of the first pair named key: 0, or -1 when absent, empty or malformed.
-int FindValue(const tagHTTP_HEADER_S* header, const std::string& key, std::string* value) {
+int FindValueOrThrow(const tagHTTP_HEADER_S* header, const std::string& key, std::string* value) {
     if (header == nullptr || key.empty()) {
         return -1;
     }
@@ -73,6 +74,15 @@ int FindValue(const tagHTTP_HEADER_S* header, const std::string& key, std::strin
         pair = pairEnd + 1;
     }
     return -1;
+}
+
+// The same, with running out of memory reported as -1: the callers' contract is a result code.
+int FindValue(const tagHTTP_HEADER_S* header, const std::string& key, std::string* value) {
+    try {
+        return FindValueOrThrow(header, key, value);
+    } catch (const std::bad_alloc&) {
+        return -1;
+    }
 }
 
 // Strict decimal: digits only (no blank, sign, prefix or exponent), at most max.

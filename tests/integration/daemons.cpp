@@ -3,6 +3,7 @@
 #include <signal.h>
 
 #include <cstdlib>
+#include <sstream>
 
 namespace vks_test {
 namespace {
@@ -31,8 +32,14 @@ std::string LibraryPath(const std::string& name) {
 bool StartAccessServer(ChildProcess* server, const std::string& modulePath,
                        const std::vector<std::string>& extraArgs, const std::string& outputPath,
                        uint16_t* port, std::string* err) {
-    std::vector<std::string> argv = {BinaryPath("vks_access_server"), "--module", modulePath, "--listen",
-                                     "127.0.0.1:0"};
+    // VKS_SERVER_WRAPPER (words separated by blanks) runs the server under a tool, e.g. valgrind.
+    std::vector<std::string> argv;
+    std::istringstream wrapper(getenv("VKS_SERVER_WRAPPER") != nullptr ? getenv("VKS_SERVER_WRAPPER") : "");
+    for (std::string word; wrapper >> word;) {
+        argv.push_back(word);
+    }
+    argv.insert(argv.end(),
+                {BinaryPath("vks_access_server"), "--module", modulePath, "--listen", "127.0.0.1:0"});
     argv.insert(argv.end(), extraArgs.begin(), extraArgs.end());
     std::string line;
     if (!server->Start(argv, outputPath, err) ||

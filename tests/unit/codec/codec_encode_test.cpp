@@ -88,24 +88,6 @@ TEST(CodecEncode, ElementArrayFollowsItsCount) {
     EXPECT_EQ(json_encode(TaskList(UINT64_MAX)), nullptr);
 }
 
-TEST(CodecEncode, EnvelopeNestsTheStatusRecord) {
-    ZKAPI_RESPONSE response;
-    memset(&response, 0, sizeof(response));
-    response.version = 12345;  // the host's own, never written
-    strcpy(response.ResponseStatus.RequestURL, "/api/MultiTaskAppHistory?ChannelId=101");
-    response.ResponseStatus.StatusCode = -9000000000LL;
-    strcpy(response.ResponseStatus.StatusString, "Operation \"Failed\"");
-    EXPECT_EQ(
-        Encoded(response),
-        R"({"ResponseStatus": {"RequestURL": "/api/MultiTaskAppHistory?ChannelId=101", "StatusCode": -9000000000,)"
-        R"( "StatusString": "Operation \"Failed\""}})");
-
-    // A text that fills its array without a NUL is cut at the array's end.
-    memset(response.ResponseStatus.StatusString, 'x', sizeof(response.ResponseStatus.StatusString));
-    std::string text = Encoded(response);
-    EXPECT_NE(text.find("\"StatusString\": \"" + std::string(128, 'x') + "\"}}"), std::string::npos) << text;
-}
-
 TEST(CodecEncode, CallSiteListsEncodeOnlyTheirBindings) {
     HistoryRecordSwitch history = {5, ENABLE_TYPE_ON};
     json_object* tree = json_encode_obj(

@@ -118,31 +118,6 @@ protected:
     }
 };
 
-TEST_F(EnableListTest, GivenChannelGoesSynchronously) {
-    Serve(0, Bytes(TaskList(1)));
-    HostPlay host;
-    RequestRecords request("/api/MultiTaskAppTaskModesEnableList?ChannelId=101&ChannelGroup=2");
-    LogCapture log;
-    ASSERT_EQ(RunGetMultiTaskAppTaskModesEnableList(&request.header, &request.client, &request.ctIn), 0);
-    EXPECT_EQ(host.adds, 0);
-    ASSERT_NE(request.ctIn.runOut, nullptr);
-    DecodedFrame sent = OnlyRequest(srvfs());
-    EXPECT_EQ(sent.uri, kUri);
-    ASSERT_EQ(sent.itemOrder, (std::vector<uint16_t>{DXMP_ITEM_CHANNEL_ID, DXMP_ITEM_CHANNEL_GROUP}));
-    EXPECT_EQ(As<uint64_t>(sent.items[DXMP_ITEM_CHANNEL_ID]), 101u);
-    EXPECT_EQ(As<int32_t>(sent.items[DXMP_ITEM_CHANNEL_GROUP]), 2);
-    EXPECT_TRUE(log.Has(VKS_LOG_TRACE,
-                        "[LogMultiTaskAppRest]:multitask taskmode enablelist channelGroup:2,channelId:101"));
-    EXPECT_TRUE(log.Has(VKS_LOG_TRACE, "[LogMultiTaskAppRest]:RunGetMultiTaskAppTaskModesEnableList end"));
-    log.Clear();
-    std::string body = Format(&request, 0);
-    EXPECT_NE(body.find("\"vehAttribute\""), std::string::npos) << body;
-    std::vector<OpLogLine> oplog = log.OpLog();
-    ASSERT_EQ(oplog.size(), 2u);
-    EXPECT_EQ(oplog[0].english, "admin[192.168.1.20:50123] Get TaskModes EnableList Successfully.");
-    EXPECT_EQ(oplog[1].chinese, "admin[192.168.1.20:50123] 获取当前所有任务的算法使能状态成功.");
-}
-
 TEST_F(EnableListTest, AllChannelsGoAsynchronouslyWithTheRequestBlock) {
     for (const char* query : {"", "?ChannelId=0"}) {
         srvfs().RemoveService(kServiceName);
@@ -180,20 +155,6 @@ TEST_F(EnableListTest, AllChannelsGoAsynchronouslyWithTheRequestBlock) {
         EXPECT_EQ(static_cast<_VW_TasksEnableList_S*>(request.ctIn.runOut)->taskNum, 2u);
         EXPECT_TRUE(log.Has(VKS_LOG_TRACE, "[LogVKSFrameWork]:RecvGetMultiTaskAppTaskModesEnableList end"));
     }
-}
-
-TEST_F(EnableListTest, MissingServiceGives31BeforeAnyMessage) {
-    HostPlay host;
-    for (const char* url : {kUrl, "/api/MultiTaskAppTaskModesEnableList?ChannelId=7"}) {
-        RequestRecords request(url);
-        LogCapture log;
-        int before = OpenDescriptorCount();
-        EXPECT_EQ(RunGetMultiTaskAppTaskModesEnableList(&request.header, &request.client, &request.ctIn), 31);
-        EXPECT_EQ(OpenDescriptorCount(), before);
-        EXPECT_TRUE(log.Has(VKS_LOG_ERROR,
-                            "[LogMultiTaskAppRest]:serviceName(/mnt/srvfs/itgt.paas.vks) does not exist"));
-    }
-    EXPECT_EQ(host.adds, 0);
 }
 
 TEST_F(EnableListTest, TaskCountShapesTheBody) {
@@ -238,17 +199,6 @@ TEST_F(EnableListTest, RecvReportsAnyFailureAsMinusOne) {
     EXPECT_TRUE(log.Has(VKS_LOG_ERROR, "[LogVKSFrameWork]:recv msg failed"));
 }
 
-TEST_F(EnableListTest, WithoutRecordTheBodyIsTheStatusEnvelope) {
-    RequestRecords request(kUrl);
-    LogCapture log;
-    std::string body = Format(&request, -1);
-    EXPECT_NE(body.find("\"ResponseStatus\""), std::string::npos) << body;
-    std::vector<OpLogLine> oplog = log.OpLog();
-    ASSERT_EQ(oplog.size(), 2u);
-    EXPECT_EQ(oplog[0].english, "admin[192.168.1.20:50123] Get TaskModes EnableList fail.");
-    EXPECT_EQ(oplog[0].chinese, "admin[192.168.1.20:50123] 获取当前所有任务的算法使能状态失败.");
-}
-
 TEST_F(EnableListTest, RefusedRegistrationSendsNothingAndClosesTheDescriptor) {
     Serve(0, Bytes(TaskList(1)));
     HostPlay host;
@@ -286,47 +236,6 @@ TEST_F(EnableListTest, FailedSendCancelsTheRegistration) {
     }
     EXPECT_TRUE(srvfs().Requests(kServiceName).empty());
 }
-
-// ---- AsyncRecvMsg_Get on replies built in memory ----
-
-struct ReplyCase {
-    uint16_t status;
-    uint16_t uri;
-    uint8_t method;
-    const int32_t* result;
-    uint16_t resultLen;
-    size_t content;
-    VW_RESULT_TYPE expected;
-    bool stored;
-};
-
-const int32_t kZero = 0;
-const int32_t kSeven = 7;
-
-class AsyncRecvTest : public ::testing::TestWithParam<ReplyCase> {};
-
-TEST_P(AsyncRecvTest, ConsumesTheReply) {
-    const ReplyCase& c = GetParam();
-    std::vector<uint8_t> content(c.content, 0x5A);
-    std::vector<uint8_t> frame = BuildReply(c.status, c.uri, c.method, c.result, content, c.resultLen);
-    RequestRecords request;
-    request.client.pRecvMsg = dxmp_message_new(0);
-    ASSERT_EQ(dxmp_message_decode(request.client.pRecvMsg, frame.data(), static_cast<uint32_t>(frame.size())),
-              0);
-    EXPECT_EQ(AsyncRecvMsg_Get(&request.ctIn, &request.client, kUri, DXMP_METHOD_GET), c.expected);
-    EXPECT_EQ(request.client.pRecvMsg, nullptr);
-    EXPECT_EQ(request.ctIn.runOut != nullptr, c.stored);
-}
-
-INSTANTIATE_TEST_SUITE_P(Replies, AsyncRecvTest,
-                         ::testing::Values(ReplyCase{200, kUri, 2, &kZero, 4, 1304, 0, true},
-                                           ReplyCase{200, kUri, 2, &kZero, 4, 1305, 18, false},
-                                           ReplyCase{200, kUri, 2, &kSeven, 4, 0, 7, false},
-                                           ReplyCase{200, kUri, 2, &kZero, 4, 1303, 0, false},
-                                           ReplyCase{404, kUri, 2, &kSeven, 4, 1304, 7, false},
-                                           ReplyCase{200, 1202, 2, &kSeven, 4, 1304, 7, false},
-                                           ReplyCase{200, kUri, 3, nullptr, 4, 1304, -1, false},
-                                           ReplyCase{200, kUri, 2, &kZero, 8, 1304, -1, true}));
 
 }  // namespace
 }  // namespace vks_test

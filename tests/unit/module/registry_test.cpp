@@ -108,10 +108,6 @@ TEST(ModuleLoad, DebugSwitchStartsAtZero) {
     EXPECT_EQ(*flag, 0);
 }
 
-TEST(ServiceRegistry, LoadingRegistersTheAnalysisService) {
-    EXPECT_EQ(ServiceInterface::GetInstance().GetServicePath(), "/mnt/srvfs/itgt.paas.vks");
-}
-
 TEST(ServiceRegistry, RegistrationReplacesThePath) {
     ServiceInterface& registry = ServiceInterface::GetInstance();
     const std::string original = registry.GetServicePath();

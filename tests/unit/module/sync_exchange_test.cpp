@@ -76,29 +76,6 @@ TEST_F(SyncExchangeTest, ItemAndContentGoOutWithTheirTraceLines) {
     EXPECT_TRUE(log.Has(VKS_LOG_TRACE, "[LogVKSFrameWork]:msgData contentLen = 3"));
 }
 
-TEST_F(SyncExchangeTest, ReplyStatusAndUriDecide) {
-    const struct {
-        uint16_t status;
-        uint16_t uri;
-        int expected;
-        const char* line;
-    } cases[] = {
-        {200, kUri, 0, nullptr},
-        {200, 1203, -1, "failed to dxmp_message_recvfd errorNo is 200"},
-        {500, kUri, -1, "failed to dxmp_message_recvfd errorNo is 500"},
-    };
-    for (const auto& c : cases) {
-        Answer(c.status, c.uri);
-        LogCapture log;
-        DXMPMsgData data = {{0, nullptr, 0}, nullptr, 0, kUri, DXMP_METHOD_GET};
-        EXPECT_EQ(SyncBlockDXMPMsgInteraction(msg_, &data), c.expected) << c.status << " " << c.uri;
-        if (c.line != nullptr) {
-            EXPECT_TRUE(HasFrameworkError(log, c.line)) << c.line;
-        }
-        srvfs().RemoveService(kServiceName);
-    }
-}
-
 TEST_F(SyncExchangeTest, ReplyReplacesTheRequestInTheMessage) {
     const int32_t code = 5;
     std::vector<uint8_t> frame = BuildReply(200, kUri, DXMP_METHOD_GET, &code, {1, 2});
@@ -116,28 +93,6 @@ TEST_F(SyncExchangeTest, ReplyReplacesTheRequestInTheMessage) {
     uint32_t contentLen = 0;
     ASSERT_EQ(dxmp_content(msg_, &value, &contentLen), 0);
     EXPECT_EQ(contentLen, 2u);
-}
-
-TEST_F(SyncExchangeTest, IoctlsCarryTheirValues) {
-    Answer(200, kUri);
-    const int before = OpenDescriptorCount();
-    DXMPMsgData one = {{0, nullptr, 0}, nullptr, 0, kUri, DXMP_METHOD_GET};
-    ASSERT_EQ(SyncBlockDXMPMsgInteraction(msg_, &one), 0);
-    DXMPMultiMsgData several = {{}, nullptr, 0, kUri, DXMP_METHOD_GET};
-    ASSERT_EQ(SyncBlockDXMPMultiMsgInteraction(msg_, &several), 0);
-    std::vector<IoctlCall> calls = srvfs().Ioctls(kServiceName);
-    ASSERT_EQ(calls.size(), 4u);
-    EXPECT_EQ(calls[0].cmd, SRVFS_CONN_SETTIMEOUT);
-    EXPECT_EQ(calls[0].arg, 30000u);
-    EXPECT_EQ(calls[1].cmd, SRVFS_BUFF_SETRDSIZE);
-    EXPECT_EQ(calls[1].arg, 0x8000u);
-    EXPECT_EQ(calls[2].cmd, SRVFS_BUFF_SETWRSIZE);
-    EXPECT_EQ(calls[2].arg, 0x8000u);
-    // The several-item exchange sets only the time-out.
-    EXPECT_EQ(calls[3].cmd, SRVFS_CONN_SETTIMEOUT);
-    EXPECT_EQ(calls[3].arg, 30000u);
-    // The file system learns of a close asynchronously; the process's own table is exact.
-    EXPECT_EQ(OpenDescriptorCount(), before);
 }
 
 TEST_F(SyncExchangeTest, RefusedItemIsLoggedAndSkipped) {

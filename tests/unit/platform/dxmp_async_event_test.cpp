@@ -43,28 +43,6 @@ TEST_F(DxmpAsynEvent, WithoutHooksBothCallsFail) {
     EXPECT_EQ(-1, DeleteDxmpAsynEvent(&client, 5));
 }
 
-TEST_F(DxmpAsynEvent, CallsReachTheHooksWithTheirArgumentsAndResults) {
-    Recorder recorder;
-    DxmpSetAsynEventHooks(RecordAdd, RecordDel, &recorder);
-    tagHTTP_CLIENT_S client = {};
-    dxmp_message* request = dxmp_message_new(0);
-
-    EXPECT_EQ(0, AddDxmpAsynEvent(&client, 42, request));
-    EXPECT_EQ(1, recorder.adds);
-    EXPECT_EQ(&client, recorder.client);
-    EXPECT_EQ(42, recorder.fd);
-    EXPECT_EQ(request, recorder.request);
-
-    recorder.delResult = 9;
-    EXPECT_EQ(9, DeleteDxmpAsynEvent(&client, 43));
-    EXPECT_EQ(1, recorder.dels);
-    EXPECT_EQ(43, recorder.fd);
-
-    recorder.addResult = -7;
-    EXPECT_EQ(-7, AddDxmpAsynEvent(&client, 44, request));
-    dxmp_message_put(request);
-}
-
 TEST_F(DxmpAsynEvent, RemovedHooksAreNoLongerCalled) {
     Recorder recorder;
     DxmpSetAsynEventHooks(RecordAdd, RecordDel, &recorder);

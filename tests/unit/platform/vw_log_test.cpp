@@ -57,47 +57,6 @@ protected:
     }
 };
 
-TEST_F(VwLog, DebugSwitchStartsOff) {
-    EXPECT_EQ(0, g_enDebugFlag);
-}
-
-TEST_F(VwLog, SinkReceivesEveryFieldOfEveryLine) {
-    vks_test::LogCapture capture;
-    VW_SetLogLevel(9);  // nothing reaches stderr: the sink still sees every line
-    VW_WriteLog(4, 1, 0, 0, "src/app/parse_model/com/vksapi_dxmp_comm", 123, "[%s]:msgData headerLen = %u",
-                "LogVKSFrameWork", 8u);
-    VW_WriteLog(7, 3, 5, 0, "other", 9, "plain");
-    const auto lines = capture.Debug();
-    ASSERT_EQ(2u, lines.size());
-    EXPECT_EQ(4, lines[0].module);
-    EXPECT_EQ(1, lines[0].level);
-    EXPECT_EQ(0, lines[0].debugFlag);
-    EXPECT_EQ("src/app/parse_model/com/vksapi_dxmp_comm", lines[0].file);
-    EXPECT_EQ(123, lines[0].line);
-    EXPECT_EQ("[LogVKSFrameWork]:msgData headerLen = 8", lines[0].text);
-    EXPECT_EQ(7, lines[1].module);
-    EXPECT_EQ(3, lines[1].level);
-    EXPECT_EQ(5, lines[1].debugFlag);
-    EXPECT_EQ("plain", lines[1].text);
-}
-
-TEST_F(VwLog, OperationLogFormatsBothTextsWithTheSameValues) {
-    vks_test::LogCapture capture;
-    const std::string longName(3000, 'n');
-    VW_WriteLanguageLog(2, 4, "%s[%s:%llu] Get History Successfully, channel %d",
-                        "%s[%s:%llu] 获取历史成功, 通道 %d", "admin", "10.0.0.2", 8080ull, 101);
-    VW_WriteLanguageLog(1, 4, "%s en %s", "%s 中 %s", longName.c_str(), "end");
-    const auto lines = capture.OpLog();
-    ASSERT_EQ(2u, lines.size());
-    EXPECT_EQ(2, lines[0].dest);
-    EXPECT_EQ(4, lines[0].module);
-    EXPECT_EQ("admin[10.0.0.2:8080] Get History Successfully, channel 101", lines[0].english);
-    EXPECT_EQ("admin[10.0.0.2:8080] 获取历史成功, 通道 101", lines[0].chinese);
-    EXPECT_EQ(1, lines[1].dest);
-    EXPECT_EQ(longName + " en end", lines[1].english) << "long texts are not cut";
-    EXPECT_EQ(longName + " 中 end", lines[1].chinese);
-}
-
 TEST_F(VwLog, LongDebugLineIsNotCut) {
     vks_test::LogCapture capture;
     StderrCapture err;

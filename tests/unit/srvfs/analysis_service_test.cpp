@@ -78,27 +78,6 @@ std::vector<uint8_t> RequestBlock(const std::string& text, uint32_t msgCount = 1
     return block;
 }
 
-TEST_F(AnalysisServiceTest, TaskCountsAnswerWithTheDemoRecordsAndTheReplyFields) {
-    ParsedReply available = Ask(RequestFrame(VKS_URI_AVAILABLE_LIST, DXMP_METHOD_GET, {}));
-    EXPECT_EQ(200, available.status);
-    EXPECT_EQ(VKS_URI_AVAILABLE_LIST, available.uri);
-    EXPECT_EQ(0x82, available.flagsMethod);
-    EXPECT_TRUE(available.hasResult);
-    EXPECT_EQ(4, available.resultLen);
-    EXPECT_EQ(0, available.result);
-    auto counts = Record<_VW_AvailableList_S>(available);
-    EXPECT_EQ(4u, counts.faceDetection);
-    EXPECT_EQ(2u, counts.vhdDetection);
-    EXPECT_EQ(1u, counts.vhdFaceMode);
-
-    ParsedReply capacity = Ask(RequestFrame(VKS_URI_CAPACITY_LIST, DXMP_METHOD_GET, {}));
-    EXPECT_EQ(VKS_URI_CAPACITY_LIST, capacity.uri);
-    auto most = Record<_VW_CapacityList_S>(capacity);
-    EXPECT_EQ(8u, most.faceDetect);
-    EXPECT_EQ(4u, most.vhdDetect);
-    EXPECT_EQ(2u, most.vhdFaceDetect);
-}
-
 TEST_F(AnalysisServiceTest, PopUpPutIsStoredAndSurvivesARestart) {
     auto before = Record<_FaceRecPopUpPara>(Ask(RequestFrame(VKS_URI_FACE_REC_POPUP, DXMP_METHOD_GET, {})));
     EXPECT_EQ(101u, before.channelId);

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <string>
 
 #include "service_registry/service_interface.h"
@@ -100,7 +101,13 @@ uint16_t DxmpFixedHeaderU16(const dxmp_message* msg, int offset) {
 }
 
 int DxmpOpenService(const char* file, bool setBuffers) {
-    std::string path = ServiceInterface::GetInstance().GetServicePath();
+    std::string path;
+    try {
+        path = ServiceInterface::GetInstance().GetServicePath();
+    } catch (const std::bad_alloc&) {  // the caller holds a message: a failed exchange, not a throw
+        VKS_LOG(file, VKS_LOG_ERROR, "[%s]:service path: out of memory", LOG_VKS_FRAMEWORK);
+        return -1;
+    }
     if (path.empty()) {
         VKS_LOG(file, VKS_LOG_ERROR, "[%s]:service name is null", LOG_VKS_FRAMEWORK);
         return -1;

@@ -172,11 +172,12 @@ template <typename T>
 VKS_TEMPLATE_EXPORT VW_RESULT_TYPE ProcMsg_Get(tagHTTP_CNTENT_INTER_S* ctIn, unsigned short uri,
                                                unsigned char method,
                                                std::vector<DXMPMsgHeaderData>& headers) {
+    // Copied before the message exists: a copy that cannot be allocated throws and leaks nothing.
+    DXMPMultiMsgData data = {headers, nullptr, 0, uri, method};
     dxmp_message* msg = DxmpNewRoundTrip(ctIn, false);
     if (msg == nullptr) {
         return VW_FAILED;
     }
-    DXMPMultiMsgData data = {headers, nullptr, 0, uri, method};
     int exchange = SyncBlockDXMPMultiMsgInteraction(msg, &data);
     return DxmpFinishRoundTrip<T>(msg, ctIn, exchange, false, "[%s]:ProcMsg_Get result:%d");
 }

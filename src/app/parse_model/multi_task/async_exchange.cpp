@@ -90,12 +90,13 @@ int AsyncSendMsg_Get(tagHTTP_CLIENT_S* httpClient, uint16_t uri, uint8_t method,
     if (ClientMissing(httpClient)) {
         return -1;
     }
+    // Copied before the message exists: a copy that cannot be allocated throws and leaks nothing.
+    DXMPMultiMsgData data = {headers, nullptr, 0, uri, method};
     dxmp_message* msg = dxmp_message_new(0);
     if (msg == nullptr) {
         VKS_LOG(kFile, VKS_LOG_ERROR, "[%s]:msg is null", LOG_VKS_FRAMEWORK);
         return -1;
     }
-    DXMPMultiMsgData data = {headers, nullptr, 0, uri, method};
     int result = AsyncBlockDXMPMultiMsgInteraction(httpClient, msg, &data);
     if (result != 0) {
         VKS_LOG(kFile, VKS_LOG_ERROR, "[%s]:Failed to AsyncBlockDXMPMultiMsgInteraction", LOG_VKS_FRAMEWORK);

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <string>
 
@@ -109,18 +110,17 @@ VW_RESULT_TYPE RunAsynchronous(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* clien
         std::string("GET") + " " + std::string(header->szReqUrl, strnlen(header->szReqUrl, HTTP_URL_LEN));
     VKS_LOG(kFile, VKS_LOG_TRACE, "[%s]:urlStr = %s", LOG_MULTI_TASK_APP_REST, urlStr.c_str());
     size_t blockLen = sizeof(VW_JSON_MSG_S) + urlStr.size() + 1;
-    uint8_t* block = BuildRequestBlock(urlStr, blockLen);
+    // Owned here, so that a header list that cannot be allocated (it throws) does not leak it.
+    std::unique_ptr<uint8_t[]> block(BuildRequestBlock(urlStr, blockLen));
     if (block == nullptr) {
         VKS_LOG(kFile, VKS_LOG_ERROR, "[%s]:new buffer data failed", LOG_MULTI_TASK_APP_REST);
         return FinishRun(VW_FAILED);
     }
     std::vector<DXMPMsgHeaderData> items = {
         {DXMP_ITEM_CHANNEL_ID, &query.channelId, sizeof(query.channelId)},
-        {DXMP_ITEM_ENABLE_LIST_REQ, block, static_cast<uint32_t>(blockLen)},
+        {DXMP_ITEM_ENABLE_LIST_REQ, block.get(), static_cast<uint32_t>(blockLen)},
         {DXMP_ITEM_CHANNEL_GROUP, &query.channelGroup, sizeof(query.channelGroup)}};
     VW_RESULT_TYPE result = AsyncSendMsg_Get(client, VKS_URI_TASKS_ENABLE_LIST, DXMP_METHOD_GET, items);
-    // Sent or failed, the message holds its own copy of the block by now.
-    delete[] block;
     return FinishRun(result);
 }
 

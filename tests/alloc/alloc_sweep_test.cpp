@@ -1,0 +1,101 @@
+// Every resource and method through the access server's phase runner and the real module, against
+// a scripted analysis service and command-channel peer, failing each allocation in turn; then the
+// codec and the status envelope on their own.
+#include <set>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "body_buffer.h"
+#include "failing_alloc.h"
+#include "host_road.h"
+#include "json_codec/record_bindings.h"
+#include "vks_multi_task_records.h"
+#include "vks_os/access_server/zkapi/inc/zkapi_business_common.h"
+
+namespace {
+
+struct Chain {
+    vks_test::Road road;
+    std::set<int> codes;  // results the module documents for a failed allocation on this road
+};
+
+const Chain kChains[] = {
+    {{"MultiTaskAppTaskModesAvailableList", "GET", "", ""}, {18, -1}},
+    {{"MultiTaskAppTaskModesCapacity", "GET", "", ""}, {18, -1}},
+    {{"MultiTaskAppTaskModesEnableList", "GET", "?ChannelId=101&ChannelGroup=2", ""}, {18, -1}},
+    {{"MultiTaskAppTaskModesEnableList", "GET", "", ""}, {18, -1}},
+    {{"MultiTaskAppDisplayRecogPopUps", "GET", "", ""}, {18, -1}},
+    {{"MultiTaskAppDisplayRecogPopUps", "PUT", "", R"({"blackPopUp": true, "whitePopUp": false})"},
+     {18, 4, -1}},
+    {{"MultiTaskAppDisplayRecogInfos", "GET", "", ""}, {18, -1}},
+    {{"MultiTaskAppDisplayRecogInfos", "PUT", "", R"({"name": true, "matchRate": false})"}, {18, 4, -1}},
+    {{"MultiTaskAppHistory", "GET", "?ChannelId=101", ""}, {18, -1}},
+    {{"MultiTaskAppHistory", "PUT", "?ChannelId=101", R"({"enable": true})"}, {18, 4, -1}},
+    {{"MultiTaskAppHistoryRecords", "GET", "?StartIndex=0&FindNum=5&EndTime=e&DatabaseType=0", ""},
+     {18, 4, 1, -1}},
+    {{"MultiTaskAppHistoryRecords", "DELETE", "?StartTime=s&EndTime=e", ""}, {18, 4, -1}},
+};
+
+class AllocSweep : public vks_test::HostRoad {
+protected:
+    AllocSweep() { checkNoRecordOnFailure_ = true; }
+};
+
+TEST_F(AllocSweep, EveryResourceAndMethodThroughTheAccessServersPhaseRunner) {
+    long total = 0;
+    for (const Chain& c : kChains) {
+        std::string name = std::string(c.road.method) + " " + c.road.resource + c.road.query;
+        total += alloc_sweep::Sweep(
+            name.c_str(),
+            [&] {
+                int result = Serve(c.road);
+                std::string().swap(request_.body.text);  // released inside the run
+                return result;
+            },
+            [&](int result) { return c.codes.count(result) != 0; }, 1);
+    }
+    std::printf("[ alloc    ] phase chains: %ld injected failures\n", total);
+}
+
+TEST_F(AllocSweep, CodecAndStatusEnvelope) {
+    _VW_TasksEnableList_S list{};
+    list.taskNum = 3;
+    tagHTTP_HEADER_S header{};
+    snprintf(header.szReqUrl, sizeof(header.szReqUrl), "/api/MultiTaskAppTaskModesEnableList");
+    vks_host::BodyBuffer body{std::string(), 1 << 20};
+    tagHTTP_BUF_S out{};
+    vks_host::BindBodyBuffer(&out, &body);
+    long total = alloc_sweep::Sweep(
+        "json_encode<_VW_TasksEnableList_S>",
+        [&] {
+            char* text = json_encode<_VW_TasksEnableList_S>(list);
+            free(text);
+            return text != nullptr ? 0 : -1;
+        },
+        [](int result) { return result == -1; });
+    for (void* runOut : {static_cast<void*>(&list), static_cast<void*>(nullptr)}) {
+        tagHTTP_CNTENT_INTER_S ctIn{nullptr, nullptr, runOut};
+        total += alloc_sweep::Sweep(
+            runOut != nullptr ? "FormatCommonResponse<_VW_TasksEnableList_S>"
+                              : "FormatCommonResponse, envelope",
+            [&] {
+                int r = FormatCommonResponse<_VW_TasksEnableList_S>(&header, 18, &ctIn, &out);
+                std::string().swap(body.text);
+                return r;
+            },
+            [](int result) { return result == -1; });
+    }
+    total += alloc_sweep::Sweep(
+        "FormatCommonStatus",
+        [&] {
+            tagHTTP_CNTENT_INTER_S ctIn{};
+            int r = FormatCommonStatus(&header, 4, &ctIn, &out);
+            std::string().swap(body.text);
+            return r;
+        },
+        [](int result) { return result == -1; });
+    std::printf("[ alloc    ] codec and envelope: %ld injected failures\n", total);
+}
+
+}  // namespace
