@@ -10,6 +10,8 @@ packages=(
   libevent-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   curl procps
+  python3
+  crossbuild-essential-armhf qemu-user
 )
 
 missing=()
@@ -19,11 +21,15 @@ done
 
 if [ ${#missing[@]} -eq 0 ]; then
   echo "setup: all ${#packages[@]} packages present"
-  exit 0
+else
+  SUDO=""
+  [ "$(id -u)" -eq 0 ] || SUDO="sudo"
+  echo "setup: installing ${missing[*]}"
+  # A mirror in mid-sync can fail one index; an install that then lacks a package still fails below.
+  $SUDO apt-get update -qq || echo "setup: apt-get update reported errors, going on"
+  # Never remove an installed package to make room for one of ours.
+  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends --no-remove "${missing[@]}"
 fi
 
-SUDO=""
-[ "$(id -u)" -eq 0 ] || SUDO="sudo"
-echo "setup: installing ${missing[*]}"
-$SUDO apt-get update -qq
-DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
+# The armhf libraries of the cross build, unpacked into the build tree (never installed).
+"$(dirname "$0")/armhf-sysroot.sh"
