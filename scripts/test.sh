@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds and runs every test, in the normal build and in the AddressSanitizer + UBSan build.
-# Usage: scripts/test.sh [preset ...]   (default: default asan)
+# Builds and runs every test, in the normal build and in the AddressSanitizer + UBSan build, then
+# builds the module for 32-bit ARM and checks its budgets (handler stack, stripped size).
+# Usage: scripts/test.sh [preset ...]   (default: default asan, then the armhf budgets)
 #   armhf: the whole suite cross-built for 32-bit ARM and run under qemu-user; the cases qemu-user
 #   cannot run are left out and listed with the reason (scripts/test-armhf-vm.sh runs them all on a
 #   real ARM kernel).
@@ -10,7 +11,11 @@ cd "$(dirname "$0")/.."
 scripts/setup.sh
 
 presets=("$@")
-[ ${#presets[@]} -gt 0 ] || presets=(default asan)
+budgets_only=false
+if [ ${#presets[@]} -eq 0 ]; then
+  presets=(default asan)
+  budgets_only=true
+fi
 jobs=$(nproc)
 
 declare -A qemu_limits=(
@@ -39,3 +44,11 @@ for preset in "${presets[@]}"; do
     ctest --preset "$preset" -j "$jobs" --timeout 300
   fi
 done
+
+if $budgets_only; then
+  echo "==== build: armhf module"
+  cmake --preset armhf >/dev/null
+  cmake --build --preset armhf -j "$jobs" --target vksapiMultiTaskApp
+  echo "==== test: armhf budgets"
+  ctest --preset armhf -L '^budget$' --timeout 60
+fi
