@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # Installs every Debian package the project needs. Idempotent: packages already present are skipped.
+# Usage: scripts/setup.sh [armhf-vm]
 set -euo pipefail
 
 packages=(
@@ -13,6 +14,8 @@ packages=(
   python3
   crossbuild-essential-armhf qemu-user
 )
+# `scripts/setup.sh armhf-vm`: also what scripts/test-armhf-vm.sh needs.
+[ "${1:-}" != armhf-vm ] || packages+=(qemu-system-arm cpio)
 
 missing=()
 for p in "${packages[@]}"; do
