@@ -1,6 +1,5 @@
-// Command line for a daemon a test starts. VKS_TEST_LAUNCHER, when set, names a program (with its
-// own words) that runs it: on a machine that cannot execute the target's binaries directly, the
-// emulator that runs the test binary itself (the armhf test preset sets it).
+// A daemon's command line with VKS_TEST_LAUNCHER's words in front, when set: the armhf test preset
+// names the emulator there, for machines that cannot execute the target's binaries directly.
 #ifndef VKS_CHILD_LAUNCHER_H
 #define VKS_CHILD_LAUNCHER_H
 

@@ -33,16 +33,14 @@ using namespace vks_test;
 
 std::atomic<int> g_signals{0};
 
-// glibc's send() enters the kernel through send where the architecture has that call (32-bit ARM),
-// through sendto elsewhere.
+// glibc's send() is the send system call where there is one (32-bit ARM), else sendto.
 #ifdef SYS_send
 const long kSendCall = SYS_send;
 #else
 const long kSendCall = SYS_sendto;
 #endif
 
-// A blocked read or send gives up after this long, so a peer that lost its script fails the test
-// instead of leaving the call waiting for bytes that never come.
+// A peer that lost its script fails the test instead of leaving a read or send blocked for good.
 void LimitBlocking(int fd, int option) {
     struct timeval limit = {15, 0};
     setsockopt(fd, SOL_SOCKET, option, &limit, sizeof(limit));
