@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Unpacks the armhf libraries the cross build links against into a directory of the build tree
-# (default build/armhf-sysroot). The packages are fetched with `apt-get download` and unpacked with
-# `dpkg -x`: the host's installed packages are never touched, so this works even where the armhf
-# -dev packages cannot be installed beside the host's own (different versions of a shared file).
+# (default build/armhf-sysroot). The packages are fetched with `apt-get download` over private armhf
+# lists (scripts/armhf-apt.sh) and unpacked with `dpkg -x`: the host's packages and its dpkg
+# configuration are never touched, so this works even where the armhf -dev packages cannot be
+# installed beside the host's own (different versions of a shared file).
 # The C library and libstdc++ come from the cross toolchain (/usr/arm-linux-gnueabihf).
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -22,23 +23,11 @@ if [ -f "$stamp" ] && [ "$(cat "$stamp")" = "${packages[*]}" ]; then
   exit 0
 fi
 
-# apt-get download of :armhf needs the architecture's package lists.
-SUDO=""
-[ "$(id -u)" -eq 0 ] || SUDO="sudo"
-if ! dpkg --print-foreign-architectures | grep -qx armhf; then
-  $SUDO dpkg --add-architecture armhf
-fi
-if ! apt-cache show libjson-c5:armhf >/dev/null 2>&1; then
-  # A mirror in mid-sync can fail one index (e.g. the security one); the main one is enough here.
-  $SUDO apt-get update -qq || echo "armhf-sysroot: apt-get update reported errors, going on"
-fi
-
 debs="$root/debs"
 rm -rf "$root"
 mkdir -p "$debs"
-names=()
-for p in "${packages[@]}"; do names+=("$p:armhf"); done
-(cd "$debs" && apt-get download -q "${names[@]}" 2>&1 | grep -v '^W: Download is performed unsandboxed' || true)
+apt_armhf="$(pwd)/scripts/armhf-apt.sh"
+(cd "$debs" && "$apt_armhf" download "${packages[@]}")
 count=0
 for deb in "$debs"/*.deb; do
   dpkg -x "$deb" "$root"

@@ -19,10 +19,9 @@ vm=$source/build/armhf-vm
 debs=$vm/debs
 mkdir -p "$debs"
 # The kernel package the metapackage points at, and busybox; fetched once, never installed.
-kernel_pkg=$(apt-cache depends linux-image-armmp:armhf | sed -n 's/^ *Depends: \(linux-image-[^:]*\):armhf$/\1/p' | head -n1)
+kernel_pkg=$(scripts/armhf-apt.sh depends linux-image-armmp | sed -n 's/^ *Depends: \(linux-image-[^ :]*\).*$/\1/p' | head -n1)
 for pkg in "$kernel_pkg" busybox-static; do
-  ls "$debs/${pkg}"_*.deb >/dev/null 2>&1 ||
-    (cd "$debs" && apt-get download -q "$pkg:armhf" 2>&1 | grep -v '^W: Download is performed unsandboxed' || true)
+  ls "$debs/${pkg}"_*.deb >/dev/null 2>&1 || (cd "$debs" && "$source/scripts/armhf-apt.sh" download "$pkg")
 done
 
 root=$vm/root
