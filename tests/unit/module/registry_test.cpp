@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <regex>
 
 #include <algorithm>
 #include <atomic>
@@ -132,41 +133,31 @@ TEST(ModuleLoad, DynamicSymbolTableHoldsExactlyTheExports) {
         bare += std::string(name).compare(0, 2, "_Z") != 0 ? 1 : 0;
     }
     EXPECT_EQ(bare, 29u + 8u + 1u);
-    // The class's type data is weak on x86-64, global on ARM (ABI): either, there only.
-    const unsigned kEither = STB_NUM;
+    // The class's type data is weak on x86-64, global on ARM (its ABI): either. Standard-library
+    // instances of an unoptimised build and the sanitizer's markers are not the module's own.
+    const unsigned kEither = STB_NUM, kLibrary = STB_NUM + 1;
     const std::pair<const char*, unsigned> allowed[] = {
-        {"_Z11ProcMsg_GetI", STB_WEAK},
-        {"_Z11ProcMsg_PutI", STB_WEAK},
-        {"_Z8ParseMsgI", STB_WEAK},
-        {"_Z11json_encodeI", STB_WEAK},
-        {"_ZN11jsonEncoderI", STB_WEAK},
-        {"_ZN11jsonDecoderI", STB_WEAK},
-        {"_Z20FormatCommonResponseI", STB_WEAK},
-        {"_Z11ParseCommonI", STB_WEAK},
-        {"_ZN9SingletonI16ServiceInterfaceE", STB_WEAK},
-        {"_ZZN9SingletonI16ServiceInterfaceE", STB_GNU_UNIQUE},
-        {"_ZGVZN9SingletonI16ServiceInterfaceE", STB_GNU_UNIQUE},
-        {"_ZN16ServiceInterface", STB_GLOBAL},
-        {"_ZTV16ServiceInterface", kEither},
-        {"_ZTI16ServiceInterface", kEither},
-        {"_ZTS16ServiceInterface", kEither},
-        {"_ZTI9SingletonI16ServiceInterfaceE", STB_WEAK},
-        {"_ZTS9SingletonI16ServiceInterfaceE", STB_WEAK},
+        {"^_Z(11ProcMsg_(Get|Put)|8ParseMsg|11json_encode|20FormatCommonResponse|11ParseCommon)I", STB_WEAK},
+        {"^_ZZ?N11json(En|De)coderI", STB_WEAK},
+        {"^_Z(N|T[IS])9SingletonI16ServiceInterfaceE", STB_WEAK},
+        {"^_Z(Z|GVZ)N9SingletonI16ServiceInterfaceE", STB_GNU_UNIQUE},
+        {"^_ZN16ServiceInterface", STB_GLOBAL},
+        {"^_ZT[VIS]16ServiceInterface", kEither},
+        {"^(_Z(Z?NK?St|St|NK?9__gnu_cxx)|__odr_asan\\.)", kLibrary},
     };
-    size_t bareSymbols = 0;  // all of the table's are there (above): any other is one too many
     for (const auto& [name, binding] : symbols) {
-        if (name.compare(0, 2, "_Z") != 0) {
-            EXPECT_EQ(binding, unsigned{STB_GLOBAL}) << name;
-            ++bareSymbols;
+        if (std::find(std::begin(kExportedNames), std::end(kExportedNames), name) !=
+            std::end(kExportedNames)) {
+            EXPECT_TRUE(name.compare(0, 2, "_Z") == 0 || binding == STB_GLOBAL) << name;
             continue;
         }
-        auto rule = std::find_if(std::begin(allowed), std::end(allowed),
-                                 [&name](const auto& a) { return name.rfind(a.first, 0) == 0; });
+        auto rule = std::find_if(std::begin(allowed), std::end(allowed), [&name](const auto& a) {
+            return std::regex_search(name, std::regex(a.first));
+        });
         ASSERT_NE(rule, std::end(allowed)) << "exported but not in the table: " << name;
         const bool either = rule->second == kEither && (binding == STB_GLOBAL || binding == STB_WEAK);
-        EXPECT_TRUE(binding == rule->second || either) << name;
+        EXPECT_TRUE(binding == rule->second || either || rule->second == kLibrary) << name;
     }
-    EXPECT_EQ(bareSymbols, bare) << "bare names exported beyond the table";
 }
 
 TEST(ServiceRegistry, LoadingRegistersTheAnalysisService) {
