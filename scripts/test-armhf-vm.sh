@@ -44,7 +44,8 @@ find "$root$source/build/armhf" -type f -exec arm-linux-gnueabihf-strip --strip-
 cat >"$root/init" <<'INIT'
 #!/bin/busybox sh
 /bin/busybox --install -s /bin
-mount -t proc proc /proc && mount -t sysfs sys /sys && mount -t devtmpfs dev /dev && mount -t tmpfs tmp /tmp
+# /tmp stays the initramfs own (writable): a build tree under /tmp must stay visible.
+mount -t proc proc /proc && mount -t sysfs sys /sys && mount -t devtmpfs dev /dev
 insmod /lib/modules/fuse.ko
 ip link set lo up
 echo "armhf-vm: $(uname -srm), $(nproc) cores"
