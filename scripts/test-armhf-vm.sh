@@ -44,7 +44,7 @@ find "$root$source/build/armhf" -type f -exec arm-linux-gnueabihf-strip --strip-
 cat >"$root/init" <<'INIT'
 #!/bin/busybox sh
 /bin/busybox --install -s /bin
-# /tmp stays the initramfs own (writable): a build tree under /tmp must stay visible.
+# /tmp stays the initramfs's own (writable): a build tree under /tmp must stay visible.
 mount -t proc proc /proc && mount -t sysfs sys /sys && mount -t devtmpfs dev /dev
 insmod /lib/modules/fuse.ko
 ip link set lo up
