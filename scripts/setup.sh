@@ -2,6 +2,7 @@
 # Installs every Debian package the project needs. Idempotent: packages already present are skipped.
 # Usage: scripts/setup.sh [armhf-vm]
 set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
 
 packages=(
   build-essential cmake pkg-config git
@@ -35,4 +36,4 @@ else
 fi
 
 # The armhf libraries of the cross build, unpacked into the build tree (never installed).
-"$(dirname "$0")/armhf-sysroot.sh"
+"$here/armhf-sysroot.sh"
