@@ -2,6 +2,7 @@
 // that a host or a test installed, unfiltered, then to the default output (log_output.cpp).
 #include "vw_log.h"
 
+#include <errno.h>
 #include <stdarg.h>
 
 #include "guarded_hooks.h"
@@ -44,6 +45,19 @@ bool HasOpLogSink() {
     return Sinks::Instance().With([](const LogSinks& sinks) { return sinks.opLog != nullptr; });
 }
 
+// Logging never disturbs the caller's errno: the time stamp alone may set it (the C library
+// looks for a time-zone file that a small system may not have).
+class KeepErrno {
+public:
+    KeepErrno() : saved_(errno) {}
+    ~KeepErrno() { errno = saved_; }
+    KeepErrno(const KeepErrno&) = delete;
+    KeepErrno& operator=(const KeepErrno&) = delete;
+
+private:
+    int saved_;
+};
+
 }  // namespace
 
 void VW_SetLogSink(VW_LogSinkFn debugSink, VW_OpLogSinkFn opSink, void* ctx) {
@@ -53,6 +67,7 @@ void VW_SetLogSink(VW_LogSinkFn debugSink, VW_OpLogSinkFn opSink, void* ctx) {
 void VW_WriteLog(int module, int level, int debugFlag, int reserved, const char* file, int line,
                  const char* fmt, ...) {
     (void)reserved;
+    KeepErrno keep;
     const bool toStderr = LogOutputWantsDebug(level, debugFlag);
     if (!toStderr && !HasDebugSink()) {
         return;  // nobody reads it: skip the formatting
@@ -71,6 +86,7 @@ void VW_WriteLog(int module, int level, int debugFlag, int reserved, const char*
 }
 
 void VW_WriteLanguageLog(int dest, int module, const char* englishFmt, const char* chineseFmt, ...) {
+    KeepErrno keep;
     const bool toFile = LogOutputWantsOpLog();
     if (!toFile && !HasOpLogSink()) {
         return;

@@ -36,8 +36,10 @@ struct DxmpMessageImpl {
 };
 
 static_assert(offsetof(DxmpMessageImpl, pub) == 0, "the public part must be the first member");
-static_assert(sizeof(DxmpItem) == 16, "DxmpItem layout");
-static_assert(offsetof(DxmpItem, value) == 8, "DxmpItem value");
+// In memory only, never on the wire: the two 16-bit fields share one pointer-sized slot, whatever
+// the pointer width (8 bytes on x86-64, 4 on armhf).
+static_assert(offsetof(DxmpItem, value) == sizeof(uint8_t*), "DxmpItem value");
+static_assert(sizeof(DxmpItem) == 2 * sizeof(uint8_t*), "DxmpItem layout");
 
 inline DxmpMessageImpl* DxmpImpl(dxmp_message* msg) {
     return reinterpret_cast<DxmpMessageImpl*>(msg);

@@ -110,14 +110,16 @@ inline int ParseHourMinute(json_object* value, int32_t* minutes) {
 }
 
 // Epoch seconds of "%Y-%m-%d %H:%M:%S" read as local standard time (the cleared time keeps
-// tm_isdst 0); 0, or -1 when the text does not parse or mktime rejects it.
+// tm_isdst 0); 0, or -1 when the text does not parse, mktime rejects it, or the count does not fit
+// 32 signed bits (1901-12-13 20:45:52 to 2038-01-19 03:14:07 UTC). The range check makes a 64-bit
+// time_t reject what a 32-bit one does, instead of wrapping a date after 2038 into 1901.
 inline int ParseDateTime(json_object* value, int32_t* seconds) {
     return WithTimeText(value, [seconds](const char* text, size_t length, struct tm* brokenDown) {
         if (!ParsesWhole(text, length, kDateTimeFormat, brokenDown)) {
             return -1;
         }
-        time_t when = mktime(brokenDown);
-        if (when == static_cast<time_t>(-1)) {
+        const int64_t when = mktime(brokenDown);
+        if (when == -1 || when != static_cast<int32_t>(when)) {
             return -1;
         }
         *seconds = static_cast<int32_t>(when);

@@ -15,6 +15,8 @@
 #include <sstream>
 #include <thread>
 
+#include "child_launcher.h"
+
 namespace vks_test {
 namespace {
 
@@ -65,8 +67,9 @@ bool ChildProcess::Start(const std::vector<std::string>& argv, const std::string
         *err = "cannot create " + outputPath + ": " + strerror(errno);
         return false;
     }
+    const std::vector<std::string> command = WithLauncher(argv);
     std::vector<char*> args;
-    for (const std::string& a : argv) {
+    for (const std::string& a : command) {
         args.push_back(const_cast<char*>(a.c_str()));
     }
     args.push_back(nullptr);

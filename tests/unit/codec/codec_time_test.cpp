@@ -152,6 +152,26 @@ TEST_F(CodecTime, DateTimeRejectsTextThatDoesNotParseWhole) {
     }
 }
 
+// The same on 32-bit and 64-bit targets: exactly the texts whose count fits 32 signed bits decode.
+TEST_F(CodecTime, DateTimeHoldsTheSigned32BitRangeOnEveryTarget) {
+    const struct {
+        const char* key;
+        const char* text;
+        int ret;
+        int64_t value;
+    } cases[] = {
+        {"at", "\"2038-01-19 04:14:07\"", 0, INT32_MAX}, {"at", "\"2038-01-19 04:14:08\"", -1, 42},
+        {"at", "\"1901-12-13 21:45:52\"", 0, INT32_MIN}, {"at", "\"1901-12-13 21:45:51\"", -1, 42},
+        {"wideAt", "\"2106-02-07 07:28:16\"", -1, 42},   {"wideAt", "\"1901-12-13 21:45:52\"", 0, INT32_MIN},
+    };
+    for (const auto& c : cases) {
+        ScheduleRecord record = {0, 42, 0, 42};
+        EXPECT_EQ(DecodeOne(c.key, c.text, record), c.ret) << c.text;
+        EXPECT_EQ(std::string(c.key) == "at" ? record.at : static_cast<int64_t>(record.wideAt), c.value)
+            << c.text;
+    }
+}
+
 TEST_F(CodecTime, BooleanFormatReadsTheFirstByte) {
     struct Case {
         int32_t value;

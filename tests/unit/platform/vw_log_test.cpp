@@ -78,6 +78,7 @@ TEST_F(VwLog, StderrGetsErrorsAlwaysAndOtherLevelsWhenTheSwitchIsOn) {
         {0, 3, 0, true},  {0, 1, 0, false}, {0, 0, 0, false}, {0, 1, 1, true}, {0, 0, -1, true},
         {2, 1, 1, false}, {2, 3, 0, true},  {4, 3, 1, false}, {1, 1, 1, true}, {1, 0, 1, false},
     };
+    setenv("TZ", ":/nonexistent/zone", 1);  // the time stamp's look-up of the zone file then sets errno
     int n = 0;
     for (const auto& c : cases) {
         const std::string marker = "case-" + std::to_string(n++);
@@ -98,6 +99,7 @@ TEST_F(VwLog, StderrGetsErrorsAlwaysAndOtherLevelsWhenTheSwitchIsOn) {
         EXPECT_EQ(expected, text.substr(text.size() - expected.size())) << text;
         EXPECT_EQ(1, std::count(text.begin(), text.end(), '\n'));
     }
+    unsetenv("TZ");
 }
 
 TEST_F(VwLog, OperationLogFileHasDestinationAndBothTexts) {

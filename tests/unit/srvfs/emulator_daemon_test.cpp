@@ -1,6 +1,7 @@
 // The emulator daemon as a child process: ready line, an answer over its mount, a clean stop on
 // SIGTERM, and a restart over the dead mount a killed run leaves behind.
 #include <errno.h>
+#include <poll.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -13,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include "analysis_service.h"
+#include "child_launcher.h"
 #include "srvfs_client.h"
 #include "test_env.h"
 
@@ -41,20 +43,26 @@ protected:
         if (pipe(out) != 0) {
             return false;
         }
+        const std::vector<std::string> command =
+            WithLauncher({VKS_EMULATOR_PATH, "--db=" + dir_ + "/db/emulator.db",
+                          "--cmd-socket=" + dir_ + "/cmd.sock", "--result-dir=" + dir_ + "/results"});
+        std::vector<char*> args;
+        for (const std::string& word : command) {
+            args.push_back(const_cast<char*>(word.c_str()));
+        }
+        args.push_back(nullptr);
         pid_ = fork();
         if (pid_ == 0) {
             dup2(out[1], STDOUT_FILENO);
             dup2(out[1], STDERR_FILENO);
-            std::string db = "--db=" + dir_ + "/db/emulator.db";
-            std::string socket = "--cmd-socket=" + dir_ + "/cmd.sock";
-            std::string results = "--result-dir=" + dir_ + "/results";
-            execl(VKS_EMULATOR_PATH, "vks_emulator", db.c_str(), socket.c_str(), results.c_str(), nullptr);
+            execv(args[0], args.data());
             _exit(127);
         }
         close(out[1]);
         char buffer[512];
         ssize_t n;
-        while (output->find("vks_emulator: ready\n") == std::string::npos &&
+        struct pollfd readable = {out[0], POLLIN, 0};  // a daemon silent for 20 s fails the start
+        while (output->find("vks_emulator: ready\n") == std::string::npos && poll(&readable, 1, 20000) == 1 &&
                (n = read(out[0], buffer, sizeof(buffer))) > 0) {
             output->append(buffer, static_cast<size_t>(n));
         }

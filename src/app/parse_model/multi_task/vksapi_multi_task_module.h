@@ -136,12 +136,13 @@ VKS_EXPORT int AsyncBlockDXMPMsgInteraction(tagHTTP_CLIENT_S* httpClient, dxmp_m
                                             DXMPMsgData* msgData);
 VKS_EXPORT int AsyncBlockDXMPMultiMsgInteraction(tagHTTP_CLIENT_S* httpClient, dxmp_message* msg,
                                                  DXMPMultiMsgData* msgData);
-}
 
-// C++ entry points of the asynchronous exchange (exported with their C++ names).
+// The send and receive sides of the enable list's exchange. Bare names like every other entry point:
+// the host looks them up by name. The vector is passed by reference, as the host declares it.
 VKS_EXPORT int AsyncSendMsg_Get(tagHTTP_CLIENT_S* httpClient, uint16_t uri, uint8_t method,
                                 const std::vector<DXMPMsgHeaderData>& headers);
 VKS_EXPORT VW_RESULT_TYPE AsyncRecvMsg_Get(tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_CLIENT_S* client,
                                            uint16_t uri, uint8_t method);
+}
 
 #endif

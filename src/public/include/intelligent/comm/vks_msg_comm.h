@@ -14,12 +14,14 @@
 #include "vks_log.h"
 #include "vw_result.h"
 
-// Starting value of a PUT record when no phase fetched the stored one before.
+// Starting value of a PUT record when no phase fetched the stored one before. The module's own
+// helper: hidden, also where an unoptimised build does not inline it.
 template <typename T>
-void MsgDefaultRecord(T* record);
+__attribute__((visibility("hidden"))) void MsgDefaultRecord(T* record);
 
 template <>
-inline void MsgDefaultRecord<_FaceRecPopUpPara>(_FaceRecPopUpPara* record) {
+inline __attribute__((visibility("hidden"))) void MsgDefaultRecord<_FaceRecPopUpPara>(
+    _FaceRecPopUpPara* record) {
     record->channelId = VKS_DEFAULT_CHANNEL_ID;
     record->blackPopUp = 0;
     record->whitePopUp = 0;
