@@ -7,9 +7,7 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <sched.h>
 #include <signal.h>
-#include <sys/mount.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -21,7 +19,7 @@
 #include <string>
 #include <vector>
 
-#include "daemons.h"
+#include "bench_kit.h"
 #include "http_client.h"
 
 using namespace vks_test;
@@ -124,15 +122,6 @@ LoadResult RunLoad(uint16_t port, const std::string& target, int requests) {
     return {wall.count(), ok};
 }
 
-bool EnterPrivateMountNamespace() {
-    if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
-        fprintf(stderr, "async_bench: cannot enter a private mount namespace: %s (needs root)\n",
-                strerror(errno));
-        return false;
-    }
-    return true;
-}
-
 bool ParseArgs(int argc, char** argv, BenchConfig* config) {
     for (int i = 1; i + 1 < argc; i += 2) {
         std::string name = argv[i];
@@ -182,10 +171,9 @@ int main(int argc, char** argv) {
         fprintf(stderr, "usage: %s [--requests N] [--delay-ms MS] [--workers N]\n", argv[0]);
         return 2;
     }
-    if (!EnterPrivateMountNamespace()) {
+    if (!vks_bench::EnterPrivateMountNamespace("async_bench")) {
         return 1;
     }
-    signal(SIGPIPE, SIG_IGN);
     ScratchDir dir;
     EmulatorFiles files = {dir.File("vks.db"), dir.File("cmd.sock"), dir.File("results"),
                            dir.File("emulator.out")};
