@@ -155,6 +155,14 @@ bool ServiceFsRoad(ExchangeFn exchange, const std::string& floorDir) {
     }
     printf("service file system: request %zu bytes, reply %zu bytes\n", request.size(), reply.size());
     Report("srvfs_exchange/fuse_floor", sides);
+    // The module's side alone: the same exchange against the floor mounted over /mnt/srvfs, which
+    // answers with the emulator's reply, so what is left above 1 is the client's own work.
+    FuseFloor over;
+    if (!over.Mount("/mnt/srvfs", reply) || !Compare(floorStep, moduleStep, &sides)) {
+        fprintf(stderr, "exchange_bench: the floor did not mount over /mnt/srvfs\n");
+        return false;
+    }
+    Report("srvfs_client_only/fuse_floor", sides);
     return true;
 }
 

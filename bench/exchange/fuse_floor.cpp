@@ -17,7 +17,7 @@ void FillAttr(fuse_ino_t ino, struct stat* st) {
 }
 
 void Lookup(fuse_req_t req, fuse_ino_t parent, const char* name) {
-    if (parent != FUSE_ROOT_ID || strcmp(name, "f") != 0) {
+    if (parent != FUSE_ROOT_ID || name[0] == '.') {
         fuse_reply_err(req, ENOENT);
         return;
     }
@@ -36,7 +36,9 @@ void GetAttr(fuse_req_t req, fuse_ino_t ino, fuse_file_info*) {
     fuse_reply_attr(req, &st, kForever);
 }
 
+// Each open file reads the reply as a stream from its start: fh points at how much it has read.
 void Open(fuse_req_t req, fuse_ino_t, fuse_file_info* fi) {
+    fi->fh = reinterpret_cast<uint64_t>(new size_t(0));
     fi->direct_io = 1;
     fi->nonseekable = 1;
     fuse_reply_open(req, fi);
@@ -51,12 +53,20 @@ void Write(fuse_req_t req, fuse_ino_t, const char*, size_t size, off_t, fuse_fil
     fuse_reply_write(req, size);
 }
 
-void Read(fuse_req_t req, fuse_ino_t, size_t size, off_t, fuse_file_info*) {
+void Read(fuse_req_t req, fuse_ino_t, size_t size, off_t, fuse_file_info* fi) {
     const auto* reply = static_cast<const std::vector<uint8_t>*>(fuse_req_userdata(req));
-    fuse_reply_buf(req, reinterpret_cast<const char*>(reply->data()), std::min(size, reply->size()));
+    size_t* done = reinterpret_cast<size_t*>(fi->fh);
+    size_t n = std::min(size, reply->size() - *done);
+    fuse_reply_buf(req, reinterpret_cast<const char*>(reply->data()) + *done, n);
+    *done += n;
 }
 
-void Done(fuse_req_t req, fuse_ino_t, fuse_file_info*) {
+void Flush(fuse_req_t req, fuse_ino_t, fuse_file_info*) {
+    fuse_reply_err(req, 0);
+}
+
+void Release(fuse_req_t req, fuse_ino_t, fuse_file_info* fi) {
+    delete reinterpret_cast<size_t*>(fi->fh);
     fuse_reply_err(req, 0);
 }
 
@@ -71,8 +81,8 @@ bool FuseFloor::Mount(const std::string& dir, std::vector<uint8_t> reply) {
     ops.ioctl = Ioctl;
     ops.write = Write;
     ops.read = Read;
-    ops.flush = Done;
-    ops.release = Done;
+    ops.flush = Flush;
+    ops.release = Release;
     char name[] = "vks_fuse_floor";
     char* argv[] = {name, nullptr};
     fuse_args args = FUSE_ARGS_INIT(1, argv);

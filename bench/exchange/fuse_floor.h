@@ -1,6 +1,7 @@
 // The least a service-file-system exchange can cost: a libfuse low-level file system with one file
 // that answers every request at once (open, ioctl, write, flush, release) and every read with the
-// same canned bytes. Served by one thread of this process.
+// same canned bytes. Every name not starting with a dot is that file. Served by one thread of this
+// process.
 #ifndef VKS_FUSE_FLOOR_H
 #define VKS_FUSE_FLOOR_H
 
@@ -13,7 +14,7 @@ struct fuse_session;
 
 class FuseFloor {
 public:
-    // Mounts at dir (which must exist); its file is dir + "/f". False when the mount fails.
+    // Mounts at dir (which must exist). False when the mount fails.
     bool Mount(const std::string& dir, std::vector<uint8_t> reply);
     ~FuseFloor();  // unmounts
     const std::vector<uint8_t>& Reply() const { return reply_; }
