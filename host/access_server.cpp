@@ -8,6 +8,7 @@
 #include <event2/http_struct.h>
 #include <event2/thread.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -105,34 +106,11 @@ void SendAnswer(RequestCtx* ctx) {
     ctx->req = nullptr;
 }
 
-// Worker thread: the phases of the request's current stage, then back to the loop.
-void PhaseJob(void* arg) {
-    auto* ctx = static_cast<RequestCtx*>(arg);
-    PhaseRequest* p = &ctx->phases;
-    if (ctx->stage == Stage::kFront) {
-        RunFrontPhases(p);
-        if (AwaitsReply(*p)) {
-            ctx->stage = Stage::kAwaitReply;
-            event_active(ctx->done, EV_READ, 0);
-            return;
-        }
-        CancelRegistration(p);  // a Run that failed after registering: the reply is not wanted
-    } else if (ctx->stage == Stage::kRecv) {
-        RunRecvPhase(p);
-    }
-    RunFormatPhase(p);
-    ctx->stage = Stage::kAnswer;
-    event_active(ctx->done, EV_READ, 0);
-}
-
-// Loop thread: the awaited reply arrived, or the wait timed out.
-void OnReplyReady(evutil_socket_t fd, short what, void* arg) {
-    auto* ctx = static_cast<RequestCtx*>(arg);
-    PhaseRequest* p = &ctx->phases;
-    FreeEvent(&ctx->reply);
-    FreeEvent(&ctx->clientWatch);  // from here a departure shows when the answer is written
+// Takes the awaited reply from fd (readable false: the wait timed out) and gives up the
+// registration either way. True when Recv is to run on the reply, false when the request fails.
+bool TakeReply(PhaseRequest* p, int fd, bool readable) {
     dxmp_message* msg = nullptr;
-    if ((what & EV_READ) != 0) {
+    if (readable) {
         msg = dxmp_message_new(0);
         if (msg != nullptr && dxmp_message_recvfd(msg, fd) != 0) {
             HOST_LOG(3, "no valid reply on fd %d for %s", fd, p->header.szReqUrl);
@@ -146,11 +124,51 @@ void OnReplyReady(evutil_socket_t fd, short what, void* arg) {
     CancelRegistration(p);  // the descriptor and our request reference are done with either way
     if (msg == nullptr) {
         p->result = VW_FAILED;
-        SubmitJob(ctx, Stage::kFormatOnly);
-        return;
+        return false;
     }
     p->client.pRecvMsg = msg;
-    SubmitJob(ctx, Stage::kRecv);
+    return true;
+}
+
+// A service that answers at once has its reply there before Run returns. Taking it on the same
+// worker spares two trips through the loop (parking, then the reply's wake-up) and their events.
+bool ReplyAlreadyThere(int fd) {
+    struct pollfd pfd = {fd, POLLIN, 0};
+    return poll(&pfd, 1, 0) == 1 && (pfd.revents & POLLIN) != 0;
+}
+
+// Worker thread: the phases of the request's current stage, then back to the loop.
+void PhaseJob(void* arg) {
+    auto* ctx = static_cast<RequestCtx*>(arg);
+    PhaseRequest* p = &ctx->phases;
+    if (ctx->stage == Stage::kFront) {
+        RunFrontPhases(p);
+        if (AwaitsReply(*p)) {
+            if (!ReplyAlreadyThere(p->asyncFd)) {
+                ctx->stage = Stage::kAwaitReply;
+                event_active(ctx->done, EV_READ, 0);
+                return;
+            }
+            if (TakeReply(p, p->asyncFd, true)) {
+                RunRecvPhase(p);
+            }
+        } else {
+            CancelRegistration(p);  // a Run that failed after registering: the reply is not wanted
+        }
+    } else if (ctx->stage == Stage::kRecv) {
+        RunRecvPhase(p);
+    }
+    RunFormatPhase(p);
+    ctx->stage = Stage::kAnswer;
+    event_active(ctx->done, EV_READ, 0);
+}
+
+// Loop thread: the awaited reply arrived, or the wait timed out.
+void OnReplyReady(evutil_socket_t fd, short what, void* arg) {
+    auto* ctx = static_cast<RequestCtx*>(arg);
+    FreeEvent(&ctx->reply);
+    FreeEvent(&ctx->clientWatch);  // from here a departure shows when the answer is written
+    SubmitJob(ctx, TakeReply(&ctx->phases, fd, (what & EV_READ) != 0) ? Stage::kRecv : Stage::kFormatOnly);
 }
 
 void DropClient(RequestCtx* ctx) {
