@@ -83,6 +83,33 @@ void LeaveLane(RequestCtx* ctx) {
     }
 }
 
+// At most this many idle command-channel connections are kept: more requests in flight than that
+// are rare, and each kept connection holds a thread of the emulator.
+const size_t kIdleCmdSocketsKept = 64;
+
+// A request's command-channel handle: an idle one (connected already) or a new one that connects
+// on first use. Reusing the connection spares each request a connect and the service an accept.
+tagUNIX_SOCKET_S* TakeCmdSocket(AccessServer* server) {
+    if (server->idleCmdSockets.empty()) {
+        return UnixSocketOpen(server->options.cmdSocket.c_str(), server->options.cmdTimeoutMs);
+    }
+    tagUNIX_SOCKET_S* sock = server->idleCmdSockets.back();
+    server->idleCmdSockets.pop_back();
+    return sock;
+}
+
+// A handle whose last exchange failed has already dropped its connection; it reconnects when used.
+void ReturnCmdSocket(AccessServer* server, tagUNIX_SOCKET_S* sock) {
+    if (sock == nullptr) {
+        return;
+    }
+    if (server->draining || server->idleCmdSockets.size() >= kIdleCmdSocketsKept) {
+        UnixSocketClose(sock);
+        return;
+    }
+    server->idleCmdSockets.push_back(sock);
+}
+
 void DestroyRequest(RequestCtx* ctx) {
     AccessServer* server = ctx->server;
     FreeEvent(&ctx->reply);
@@ -90,7 +117,8 @@ void DestroyRequest(RequestCtx* ctx) {
     CancelRegistration(&ctx->phases);
     ReleaseRequestData(&ctx->phases);
     FreeEvent(&ctx->done);
-    UnixSocketClose(ctx->phases.client.synSock);
+    ReturnCmdSocket(server, ctx->phases.client.synSock);
+    ctx->phases.client.synSock = nullptr;
     LeaveLane(ctx);
     server->live.erase(ctx);
     delete ctx;
@@ -288,8 +316,7 @@ RequestCtx* NewRequest(AccessServer* server, struct evhttp_request* req, const H
     evbuffer_copyout(in, &ctx->phases.requestBody[0], ctx->phases.requestBody.size());
     InitPhaseRequest(&ctx->phases, handlers, server->options.maxBody);
     FillRequestHeader(req, &ctx->phases.header);
-    ctx->phases.client.synSock =
-        UnixSocketOpen(server->options.cmdSocket.c_str(), server->options.cmdTimeoutMs);
+    ctx->phases.client.synSock = TakeCmdSocket(server);
     ctx->done = event_new(server->base, -1, 0, &OnJobDone, ctx);
     server->live.insert(ctx);
     if (ctx->done == nullptr) {
@@ -508,6 +535,10 @@ void StopAccessServer(AccessServer* server) {
     while (!server->live.empty()) {
         DestroyRequest(*server->live.begin());
     }
+    for (tagUNIX_SOCKET_S* sock : server->idleCmdSockets) {
+        UnixSocketClose(sock);
+    }
+    server->idleCmdSockets.clear();
     DxmpSetAsynEventHooks(nullptr, nullptr, nullptr);
     for (struct event*& e : server->signals) {
         FreeEvent(&e);
