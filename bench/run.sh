@@ -11,7 +11,8 @@ cmake --build "$build" --target exchange_bench http_bench codec_bench async_benc
 # As many parked requests as the descriptor limit allows, up to 10,000: two descriptors each in the
 # access server (see docs/running.md).
 hard=$(ulimit -Hn)
-parked=$(( hard == unlimited || (hard - 256) / 2 >= 10000 ? 10000 : (hard - 256) / 2 ))
+parked=10000
+if [ "$hard" != unlimited ] && (( (hard - 256) / 2 < parked )); then parked=$(( (hard - 256) / 2 )); fi
 out=$(mktemp)
 trap 'rm -f "$out"' EXIT
 for ((i = 1; i <= reps; i++)); do
@@ -19,7 +20,7 @@ for ((i = 1; i <= reps; i++)); do
   "$build/bin/exchange_bench" | tee -a "$out" >&2
   "$build/bin/http_bench" | tee -a "$out" >&2
   "$build/bin/async_bench" --scale --requests "$parked" | tee -a "$out" >&2
-  "$build/bin/codec_bench" --benchmark_repetitions=5 --benchmark_color=false | grep '^metric' | tee -a "$out" >&2
+  "$build/bin/codec_bench" --benchmark_repetitions=5 | grep -o 'metric .*' | tee -a "$out" >&2
 done
 # Goals: "<= x" or ">= x" per figure; figures without one are context.
 awk -v reps="$reps" '
