@@ -70,9 +70,11 @@ void Report(const char* name, const Sides& s) {
            s.exchangeNs / 1000.0, s.floorNs / 1000.0);
 }
 
-bool ReadFull(int fd, uint8_t* p, size_t len) {
+// Moves all len bytes with io (read or write), false on end of file or error.
+template <typename Byte, typename Io>
+bool Full(Io io, int fd, Byte* p, size_t len) {
     while (len > 0) {
-        ssize_t n = read(fd, p, len);
+        ssize_t n = io(fd, p, len);
         if (n <= 0) {
             return false;
         }
@@ -82,16 +84,12 @@ bool ReadFull(int fd, uint8_t* p, size_t len) {
     return true;
 }
 
+bool ReadFull(int fd, uint8_t* p, size_t len) {
+    return Full(read, fd, p, len);
+}
+
 bool WriteFull(int fd, const uint8_t* p, size_t len) {
-    while (len > 0) {
-        ssize_t n = write(fd, p, len);
-        if (n <= 0) {
-            return false;
-        }
-        p += n;
-        len -= static_cast<size_t>(n);
-    }
-    return true;
+    return Full(write, fd, p, len);
 }
 
 std::vector<uint8_t> Encoded(dxmp_message* msg) {
