@@ -8,6 +8,7 @@
 #include <event2/http_struct.h>
 #include <event2/thread.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -82,6 +83,33 @@ void LeaveLane(RequestCtx* ctx) {
     }
 }
 
+// At most this many idle command-channel connections are kept: more requests in flight than that
+// are rare, and each kept connection holds a thread of the emulator.
+const size_t kIdleCmdSocketsKept = 64;
+
+// A request's command-channel handle: an idle one (connected already) or a new one that connects
+// on first use. Reusing the connection spares each request a connect and the service an accept.
+tagUNIX_SOCKET_S* TakeCmdSocket(AccessServer* server) {
+    if (server->idleCmdSockets.empty()) {
+        return UnixSocketOpen(server->options.cmdSocket.c_str(), server->options.cmdTimeoutMs);
+    }
+    tagUNIX_SOCKET_S* sock = server->idleCmdSockets.back();
+    server->idleCmdSockets.pop_back();
+    return sock;
+}
+
+// A handle whose last exchange failed has already dropped its connection; it reconnects when used.
+void ReturnCmdSocket(AccessServer* server, tagUNIX_SOCKET_S* sock) {
+    if (sock == nullptr) {
+        return;
+    }
+    if (server->draining || server->idleCmdSockets.size() >= kIdleCmdSocketsKept) {
+        UnixSocketClose(sock);
+        return;
+    }
+    server->idleCmdSockets.push_back(sock);
+}
+
 void DestroyRequest(RequestCtx* ctx) {
     AccessServer* server = ctx->server;
     FreeEvent(&ctx->reply);
@@ -89,7 +117,8 @@ void DestroyRequest(RequestCtx* ctx) {
     CancelRegistration(&ctx->phases);
     ReleaseRequestData(&ctx->phases);
     FreeEvent(&ctx->done);
-    UnixSocketClose(ctx->phases.client.synSock);
+    ReturnCmdSocket(server, ctx->phases.client.synSock);
+    ctx->phases.client.synSock = nullptr;
     LeaveLane(ctx);
     server->live.erase(ctx);
     delete ctx;
@@ -105,34 +134,11 @@ void SendAnswer(RequestCtx* ctx) {
     ctx->req = nullptr;
 }
 
-// Worker thread: the phases of the request's current stage, then back to the loop.
-void PhaseJob(void* arg) {
-    auto* ctx = static_cast<RequestCtx*>(arg);
-    PhaseRequest* p = &ctx->phases;
-    if (ctx->stage == Stage::kFront) {
-        RunFrontPhases(p);
-        if (AwaitsReply(*p)) {
-            ctx->stage = Stage::kAwaitReply;
-            event_active(ctx->done, EV_READ, 0);
-            return;
-        }
-        CancelRegistration(p);  // a Run that failed after registering: the reply is not wanted
-    } else if (ctx->stage == Stage::kRecv) {
-        RunRecvPhase(p);
-    }
-    RunFormatPhase(p);
-    ctx->stage = Stage::kAnswer;
-    event_active(ctx->done, EV_READ, 0);
-}
-
-// Loop thread: the awaited reply arrived, or the wait timed out.
-void OnReplyReady(evutil_socket_t fd, short what, void* arg) {
-    auto* ctx = static_cast<RequestCtx*>(arg);
-    PhaseRequest* p = &ctx->phases;
-    FreeEvent(&ctx->reply);
-    FreeEvent(&ctx->clientWatch);  // from here a departure shows when the answer is written
+// Takes the awaited reply from fd (readable false: the wait timed out) and gives up the
+// registration either way. True when Recv is to run on the reply, false when the request fails.
+bool TakeReply(PhaseRequest* p, int fd, bool readable) {
     dxmp_message* msg = nullptr;
-    if ((what & EV_READ) != 0) {
+    if (readable) {
         msg = dxmp_message_new(0);
         if (msg != nullptr && dxmp_message_recvfd(msg, fd) != 0) {
             HOST_LOG(3, "no valid reply on fd %d for %s", fd, p->header.szReqUrl);
@@ -146,11 +152,51 @@ void OnReplyReady(evutil_socket_t fd, short what, void* arg) {
     CancelRegistration(p);  // the descriptor and our request reference are done with either way
     if (msg == nullptr) {
         p->result = VW_FAILED;
-        SubmitJob(ctx, Stage::kFormatOnly);
-        return;
+        return false;
     }
     p->client.pRecvMsg = msg;
-    SubmitJob(ctx, Stage::kRecv);
+    return true;
+}
+
+// A service that answers at once has its reply there before Run returns. Taking it on the same
+// worker spares two trips through the loop (parking, then the reply's wake-up) and their events.
+bool ReplyAlreadyThere(int fd) {
+    struct pollfd pfd = {fd, POLLIN, 0};
+    return poll(&pfd, 1, 0) == 1 && (pfd.revents & POLLIN) != 0;
+}
+
+// Worker thread: the phases of the request's current stage, then back to the loop.
+void PhaseJob(void* arg) {
+    auto* ctx = static_cast<RequestCtx*>(arg);
+    PhaseRequest* p = &ctx->phases;
+    if (ctx->stage == Stage::kFront) {
+        RunFrontPhases(p);
+        if (AwaitsReply(*p)) {
+            if (!ReplyAlreadyThere(p->asyncFd)) {
+                ctx->stage = Stage::kAwaitReply;
+                event_active(ctx->done, EV_READ, 0);
+                return;
+            }
+            if (TakeReply(p, p->asyncFd, true)) {
+                RunRecvPhase(p);
+            }
+        } else {
+            CancelRegistration(p);  // a Run that failed after registering: the reply is not wanted
+        }
+    } else if (ctx->stage == Stage::kRecv) {
+        RunRecvPhase(p);
+    }
+    RunFormatPhase(p);
+    ctx->stage = Stage::kAnswer;
+    event_active(ctx->done, EV_READ, 0);
+}
+
+// Loop thread: the awaited reply arrived, or the wait timed out.
+void OnReplyReady(evutil_socket_t fd, short what, void* arg) {
+    auto* ctx = static_cast<RequestCtx*>(arg);
+    FreeEvent(&ctx->reply);
+    FreeEvent(&ctx->clientWatch);  // from here a departure shows when the answer is written
+    SubmitJob(ctx, TakeReply(&ctx->phases, fd, (what & EV_READ) != 0) ? Stage::kRecv : Stage::kFormatOnly);
 }
 
 void DropClient(RequestCtx* ctx) {
@@ -270,8 +316,7 @@ RequestCtx* NewRequest(AccessServer* server, struct evhttp_request* req, const H
     evbuffer_copyout(in, &ctx->phases.requestBody[0], ctx->phases.requestBody.size());
     InitPhaseRequest(&ctx->phases, handlers, server->options.maxBody);
     FillRequestHeader(req, &ctx->phases.header);
-    ctx->phases.client.synSock =
-        UnixSocketOpen(server->options.cmdSocket.c_str(), server->options.cmdTimeoutMs);
+    ctx->phases.client.synSock = TakeCmdSocket(server);
     ctx->done = event_new(server->base, -1, 0, &OnJobDone, ctx);
     server->live.insert(ctx);
     if (ctx->done == nullptr) {
@@ -490,6 +535,10 @@ void StopAccessServer(AccessServer* server) {
     while (!server->live.empty()) {
         DestroyRequest(*server->live.begin());
     }
+    for (tagUNIX_SOCKET_S* sock : server->idleCmdSockets) {
+        UnixSocketClose(sock);
+    }
+    server->idleCmdSockets.clear();
     DxmpSetAsynEventHooks(nullptr, nullptr, nullptr);
     for (struct event*& e : server->signals) {
         FreeEvent(&e);

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <deque>
 #include <set>
+#include <vector>
 #include <string>
 #include <unordered_map>
 
@@ -50,6 +51,9 @@ struct AccessServer {
     WorkerPool pools[kRoadCount];
     WriteLane lanes[kRouteCount];  // by HandlerSet::resourceId; loop thread only
     std::set<RequestCtx*> live;    // touched by the loop thread only
+    // Command-channel handles of finished requests, kept with their connection for the next
+    // request; loop thread only.
+    std::vector<tagUNIX_SOCKET_S*> idleCmdSockets;
 };
 
 // Binds the listening socket and starts the workers. 0, or -1 with the reason in *err.

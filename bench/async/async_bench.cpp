@@ -7,9 +7,8 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <sched.h>
 #include <signal.h>
-#include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -21,7 +20,7 @@
 #include <string>
 #include <vector>
 
-#include "daemons.h"
+#include "bench_kit.h"
 #include "http_client.h"
 
 using namespace vks_test;
@@ -32,6 +31,7 @@ struct BenchConfig {
     int requests = 256;
     int delayMs = 200;
     int workers = 4;
+    bool scale = false;  // --scale: the asynchronous way only, at zero delay and then with the delay
 };
 
 struct LoadResult {
@@ -82,7 +82,7 @@ bool Advance(ClientConn* c, const std::string& request, short revents) {
 // All requests go out at once from one thread that drives every connection with poll(): the load
 // generator must cost far less than what it measures, which 256 client threads on two cores do not.
 // The clock stops at the last answer (or after two minutes).
-LoadResult RunLoad(uint16_t port, const std::string& target, int requests) {
+LoadResult RunLoad(uint16_t port, const std::string& target, int requests, const std::string& body) {
     const std::string request = "GET " + target + " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n";
     auto start = std::chrono::steady_clock::now();
     std::vector<ClientConn> conns(static_cast<size_t>(requests));
@@ -119,22 +119,20 @@ LoadResult RunLoad(uint16_t port, const std::string& target, int requests) {
         if (c.fd >= 0) {
             close(c.fd);
         }
-        ok += c.answer.compare(0, 12, "HTTP/1.1 200") == 0 ? 1 : 0;
+        bool bodyOk = c.answer.size() >= body.size() &&
+                      c.answer.compare(c.answer.size() - body.size(), body.size(), body) == 0;
+        ok += c.answer.compare(0, 12, "HTTP/1.1 200") == 0 && bodyOk ? 1 : 0;
     }
     return {wall.count(), ok};
 }
 
-bool EnterPrivateMountNamespace() {
-    if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
-        fprintf(stderr, "async_bench: cannot enter a private mount namespace: %s (needs root)\n",
-                strerror(errno));
-        return false;
-    }
-    return true;
-}
-
 bool ParseArgs(int argc, char** argv, BenchConfig* config) {
-    for (int i = 1; i + 1 < argc; i += 2) {
+    int i = 1;
+    if (argc > 1 && std::string(argv[1]) == "--scale") {
+        config->scale = true;
+        ++i;
+    }
+    for (; i + 1 < argc; i += 2) {
         std::string name = argv[i];
         if (name == "--requests") {
             config->requests = atoi(argv[i + 1]);
@@ -146,7 +144,7 @@ bool ParseArgs(int argc, char** argv, BenchConfig* config) {
             return false;
         }
     }
-    return argc % 2 == 1 && config->requests > 0 && config->requests <= 1024 && config->delayMs > 0 &&
+    return i == argc && config->requests > 0 && config->requests <= 16384 && config->delayMs > 0 &&
            config->workers > 0;
 }
 
@@ -157,12 +155,14 @@ void PrintRow(const char* way, const LoadResult& r, const BenchConfig& c) {
 int Measure(const BenchConfig& config, uint16_t port) {
     const std::string resource = "/api/MultiTaskAppTaskModesEnableList";
     const std::string sync = resource + "?ChannelId=101";
-    if (HttpRequest(port, "GET", resource).status != 200 || HttpRequest(port, "GET", sync).status != 200) {
+    HttpResponse asyncRef = HttpRequest(port, "GET", resource);
+    HttpResponse syncRef = HttpRequest(port, "GET", sync);
+    if (asyncRef.status != 200 || syncRef.status != 200) {
         fprintf(stderr, "async_bench: warm-up requests failed\n");
         return 1;
     }
-    LoadResult async = RunLoad(port, resource, config.requests);
-    LoadResult blocking = RunLoad(port, sync, config.requests);
+    LoadResult async = RunLoad(port, resource, config.requests, asyncRef.body);
+    LoadResult blocking = RunLoad(port, sync, config.requests, syncRef.body);
     printf("%d concurrent GETs, service delay %d ms, %d workers\n", config.requests, config.delayMs,
            config.workers);
     printf("%-32s %8s %6s %10s %10s\n", "way", "requests", "200s", "wall ms", "x delay");
@@ -174,18 +174,102 @@ int Measure(const BenchConfig& config, uint16_t port) {
     return async.ok == config.requests && blocking.ok == config.requests ? 0 : 1;
 }
 
+// A number of kB from the line "<key>: N kB" of /proc/<pid>/status, or -1.
+long StatusKb(pid_t pid, const char* key) {
+    FILE* f = fopen(("/proc/" + std::to_string(pid) + "/status").c_str(), "r");
+    char line[256];
+    long kb = -1;
+    while (f != nullptr && fgets(line, sizeof(line), f) != nullptr) {
+        if (strncmp(line, key, strlen(key)) == 0) {
+            kb = atol(line + strlen(key) + 1);
+        }
+    }
+    if (f != nullptr) {
+        fclose(f);
+    }
+    return kb;
+}
+
+struct Kit {
+    ScratchDir dir;
+    ChildProcess emulator;
+    ChildProcess server;
+    uint16_t port = 0;
+};
+
+bool StartScaleKit(Kit* kit, int delayMs, int requests) {
+    std::vector<std::string> emulatorArgs;
+    if (delayMs > 0) {
+        emulatorArgs.push_back("--fault-delay=1201:" + std::to_string(delayMs));
+    }
+    return vks_bench::StartKit("async_bench", kit->dir, emulatorArgs, &kit->emulator,
+                               {"--max-connections", std::to_string(requests + 64)}, &kit->server,
+                               &kit->port);
+}
+
+// All requests at once the asynchronous way: first against a service that answers at once (the
+// per-request cost), then against one that waits delayMs, with the access server's memory growth.
+int MeasureScale(const BenchConfig& config) {
+    const std::string resource = "/api/MultiTaskAppTaskModesEnableList";
+    // Each parked request holds two descriptors in the access server (its client, its service
+    // file) and one here: the soft limit goes up to the hard one, which this process cannot pass.
+    rlimit limit;
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    if (setrlimit(RLIMIT_NOFILE, &limit) != 0 ||
+        limit.rlim_cur < static_cast<rlim_t>(2 * config.requests + 256)) {
+        fprintf(stderr,
+                "async_bench: %d requests need %d descriptors in the access server; the limit is %lu\n",
+                config.requests, 2 * config.requests + 256, static_cast<unsigned long>(limit.rlim_cur));
+        return 1;
+    }
+    double zeroMs = 0;
+    {
+        Kit kit;
+        if (!StartScaleKit(&kit, 0, config.requests)) {
+            return 1;
+        }
+        HttpResponse ref = HttpRequest(kit.port, "GET", resource);
+        LoadResult zero = RunLoad(kit.port, resource, config.requests, ref.body);
+        zeroMs = zero.wallMs;
+        printf("zero delay: %d of %d answered right in %.1f ms\n", zero.ok, config.requests, zero.wallMs);
+        kit.server.Stop(SIGTERM, 20000);
+        kit.emulator.Stop(SIGTERM, 20000);
+    }
+    Kit kit;
+    if (!StartScaleKit(&kit, config.delayMs, config.requests)) {
+        return 1;
+    }
+    HttpResponse ref = HttpRequest(kit.port, "GET", resource);
+    long rssBefore = StatusKb(kit.server.Pid(), "VmRSS:");
+    LoadResult r = RunLoad(kit.port, resource, config.requests, ref.body);
+    long peak = StatusKb(kit.server.Pid(), "VmHWM:");
+    double bound = config.delayMs + zeroMs;
+    printf("delay %d ms: %d of %d answered right in %.1f ms (bound: delay + zero-delay run = %.1f ms)\n",
+           config.delayMs, r.ok, config.requests, r.wallMs, bound);
+    printf("metric scale_answered_right %.4f\n", static_cast<double>(r.ok) / config.requests);
+    printf("metric scale_kb_per_parked_request %.2f  (server RSS %ld kB before, peak %ld kB)\n",
+           static_cast<double>(peak - rssBefore) / config.requests, rssBefore, peak);
+    printf("metric scale_wall/bound %.3f\n", r.wallMs / bound);
+    int stopped = kit.server.Stop(SIGTERM, 20000);
+    kit.emulator.Stop(SIGTERM, 20000);
+    return r.ok == config.requests && ref.status == 200 && stopped == 0 ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     BenchConfig config;
     if (!ParseArgs(argc, argv, &config)) {
-        fprintf(stderr, "usage: %s [--requests N] [--delay-ms MS] [--workers N]\n", argv[0]);
+        fprintf(stderr, "usage: %s [--scale] [--requests N] [--delay-ms MS] [--workers N]\n", argv[0]);
         return 2;
     }
-    if (!EnterPrivateMountNamespace()) {
+    if (!vks_bench::EnterPrivateMountNamespace("async_bench")) {
         return 1;
     }
-    signal(SIGPIPE, SIG_IGN);
+    if (config.scale) {
+        return MeasureScale(config);
+    }
     ScratchDir dir;
     EmulatorFiles files = {dir.File("vks.db"), dir.File("cmd.sock"), dir.File("results"),
                            dir.File("emulator.out")};

@@ -11,7 +11,8 @@
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& reports) override;
-    // Prints the ratios codec/baseline of real and CPU time for the pair "<label>/Codec",
+    // Prints "metric <label>_codec/baseline" with the ratio of CPU times (real as context) for the pair
+    // "<label>/Codec",
     // "<label>/Baseline"; 1 when both ran, else 0.
     int PrintRatios(const std::string& label) const;
 

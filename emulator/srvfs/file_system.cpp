@@ -141,6 +141,12 @@ bool FileSystem::AddService(const std::string& name, std::shared_ptr<Service> se
 
 void FileSystem::RemoveService(const std::string& name) {
     core_->RemoveService(name);
+    // The kernel caches names (fuse_ops.cpp): make it forget this one, so that the next open looks
+    // it up and finds it gone (or, once added again, under its new inode). Called from outside the
+    // loop thread, never inside a file-system operation.
+    if (session_ != nullptr && loop_.joinable()) {
+        fuse_lowlevel_notify_inval_entry(session_, FUSE_ROOT_ID, name.c_str(), name.size());
+    }
 }
 
 int FileSystem::OpenConnections(const std::string& name) const {

@@ -20,6 +20,8 @@ Core& CoreOf(fuse_req_t req) {
     return *static_cast<Core*>(fuse_req_userdata(req));
 }
 
+const double kNameCacheSeconds = 86400.0;
+
 struct stat AttrOf(fuse_ino_t ino) {
     struct stat st;
     memset(&st, 0, sizeof(st));
@@ -39,6 +41,10 @@ void OpLookup(fuse_req_t req, fuse_ino_t parent, const char* name) {
     memset(&entry, 0, sizeof(entry));
     entry.ino = ino;
     entry.attr = AttrOf(ino);
+    // The kernel keeps the name and its attributes: an open then costs no lookup of its own. A
+    // removed service's name is invalidated by FileSystem::RemoveService.
+    entry.entry_timeout = kNameCacheSeconds;
+    entry.attr_timeout = kNameCacheSeconds;
     fuse_reply_entry(req, &entry);
 }
 
@@ -52,7 +58,7 @@ void OpGetattr(fuse_req_t req, fuse_ino_t ino, fuse_file_info* /*fi*/) {
         return;
     }
     struct stat st = AttrOf(ino);
-    fuse_reply_attr(req, &st, 0.0);
+    fuse_reply_attr(req, &st, kNameCacheSeconds);
 }
 
 void OpAccess(fuse_req_t req, fuse_ino_t ino, int /*mask*/) {

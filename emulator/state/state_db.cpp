@@ -33,7 +33,30 @@ std::unique_ptr<Database> Database::Open(const std::string& path, const std::str
 }
 
 Database::~Database() {
+    for (auto& entry : idle_) {
+        sqlite3_finalize(entry.second);
+    }
     sqlite3_close(db_);
+}
+
+sqlite3_stmt* Database::TakeCached(const std::string& sql) {
+    std::lock_guard<std::mutex> lock(cacheMutex_);
+    auto found = idle_.find(sql);
+    if (found == idle_.end()) {
+        return nullptr;
+    }
+    sqlite3_stmt* stmt = found->second;
+    idle_.erase(found);
+    return stmt;
+}
+
+void Database::KeepCached(const std::string& sql, sqlite3_stmt* stmt) {
+    // Texts built with values in them would fill the cache: past a bound they are finalized.
+    const size_t kMostKept = 64;
+    std::lock_guard<std::mutex> lock(cacheMutex_);
+    if (idle_.size() >= kMostKept || !idle_.emplace(sql, stmt).second) {
+        sqlite3_finalize(stmt);
+    }
 }
 
 int Database::Exec(const std::string& sql, std::string* error) {
@@ -50,14 +73,26 @@ int64_t Database::Changes() const {
     return sqlite3_changes(db_);
 }
 
-Statement::Statement(Database& db, const std::string& sql) : db_(db.Handle()) {
-    if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &stmt_, nullptr) != SQLITE_OK) {
+// Statements are prepared once per text and connection and reused: preparing (parsing and planning
+// the SQL) costs more than running the short queries of a request.
+Statement::Statement(Database& db, const std::string& sql) : owner_(db), sql_(sql), db_(db.Handle()) {
+    stmt_ = db.TakeCached(sql);
+    if (stmt_ == nullptr &&
+        sqlite3_prepare_v3(db_, sql.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &stmt_, nullptr) != SQLITE_OK) {
         error_ = sqlite3_errmsg(db_);
+        sqlite3_finalize(stmt_);
+        stmt_ = nullptr;
     }
 }
 
+// Reset ends the statement's read or write transaction before anyone else can take it.
 Statement::~Statement() {
-    sqlite3_finalize(stmt_);
+    if (stmt_ == nullptr) {
+        return;
+    }
+    sqlite3_reset(stmt_);
+    sqlite3_clear_bindings(stmt_);
+    owner_.KeepCached(sql_, stmt_);
 }
 
 Statement& Statement::Bind(int index, int64_t value) {

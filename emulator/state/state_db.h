@@ -5,7 +5,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -34,8 +36,16 @@ public:
     sqlite3* Handle() const { return db_; }
 
 private:
+    friend class Statement;
     explicit Database(sqlite3* db) : db_(db) {}
+    // A statement of this text prepared before and idle now, taken out of the cache; or null.
+    sqlite3_stmt* TakeCached(const std::string& sql);
+    // Keeps a reset statement for the next user of the same text (finalized when one is kept already).
+    void KeepCached(const std::string& sql, sqlite3_stmt* stmt);
+
     sqlite3* db_;
+    std::mutex cacheMutex_;
+    std::map<std::string, sqlite3_stmt*> idle_;  // at most one per text, at most 64
 };
 
 // One prepared statement; binds are 1-based like SQLite's, columns 0-based.
@@ -60,6 +70,8 @@ public:
     void Reset();
 
 private:
+    Database& owner_;
+    std::string sql_;
     sqlite3* db_;
     sqlite3_stmt* stmt_ = nullptr;
     std::string error_;

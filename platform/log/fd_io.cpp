@@ -2,7 +2,6 @@
 
 #include <errno.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 ssize_t FdReadFull(int fd, void* buf, size_t length) {
@@ -24,22 +23,19 @@ ssize_t FdReadFull(int fd, void* buf, size_t length) {
     return static_cast<ssize_t>(done);
 }
 
-namespace {
-
-bool IsSocket(int fd) {
-    struct stat st;
-    return fstat(fd, &st) == 0 && S_ISSOCK(st.st_mode);
-}
-
-}  // namespace
-
 int FdWriteFull(int fd, const void* buf, size_t length) {
-    const bool socket = IsSocket(fd);
+    // send() spares a socket whose reader left the SIGPIPE; anything else refuses it with ENOTSOCK
+    // and gets write(). Asking first (fstat) would cost a file-system round trip on a service file.
+    bool socket = true;
     const auto* bytes = static_cast<const unsigned char*>(buf);
     size_t done = 0;
     while (done < length) {
         ssize_t n = socket ? send(fd, bytes + done, length - done, MSG_NOSIGNAL)
                            : write(fd, bytes + done, length - done);
+        if (n < 0 && errno == ENOTSOCK && socket) {
+            socket = false;
+            continue;
+        }
         if (n < 0 && errno == EINTR) {
             continue;
         }

@@ -69,8 +69,8 @@ cmdframe::IoStatus Connect(tagUNIX_SOCKET_S* sock, int64_t deadlineMs) {
     return cmdframe::kIoOk;
 }
 
-cmdframe::IoStatus SendOnce(tagUNIX_SOCKET_S* sock, const cmdframe::Request& request, int64_t deadlineMs,
-                            bool* reused) {
+cmdframe::IoStatus SendOnce(tagUNIX_SOCKET_S* sock, const cmdframe::OutgoingRequest& request,
+                            int64_t deadlineMs, bool* reused) {
     *reused = sock->fd >= 0;
     if (sock->fd < 0) {
         cmdframe::IoStatus st = Connect(sock, deadlineMs);
@@ -83,7 +83,7 @@ cmdframe::IoStatus SendOnce(tagUNIX_SOCKET_S* sock, const cmdframe::Request& req
 
 // Sends the request and reads its reply within the handle's time-out. Any failure drops the
 // connection: after a partial frame the stream can no longer be trusted.
-cmdframe::IoStatus Exchange(tagUNIX_SOCKET_S* sock, const cmdframe::Request& request,
+cmdframe::IoStatus Exchange(tagUNIX_SOCKET_S* sock, const cmdframe::OutgoingRequest& request,
                             cmdframe::Reply* reply) {
     std::lock_guard<std::mutex> lock(sock->mutex);
     int64_t deadlineMs = cmdframe::DeadlineAfter(sock->timeoutMs);
@@ -108,16 +108,15 @@ cmdframe::IoStatus Exchange(tagUNIX_SOCKET_S* sock, const cmdframe::Request& req
     return st;
 }
 
-cmdframe::Request MakeRequest(cmdframe::Op op, uint16_t msgType, VW_CMD_TYPE cmd, const void* data,
-                              size_t len) {
-    cmdframe::Request request;
+// The request refers to the caller's body, which outlives the exchange: no copy of its 21,208 bytes.
+cmdframe::OutgoingRequest MakeRequest(cmdframe::Op op, uint16_t msgType, VW_CMD_TYPE cmd, const void* data,
+                                      size_t len) {
+    cmdframe::OutgoingRequest request;
     request.op = op;
     request.msgType = msgType;
     request.cmd = static_cast<uint32_t>(cmd);
-    const unsigned char* p = static_cast<const unsigned char*>(data);
-    if (len > 0) {
-        request.payload.assign(p, p + len);
-    }
+    request.payload = data;
+    request.length = len;
     return request;
 }
 

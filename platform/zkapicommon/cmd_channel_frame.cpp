@@ -2,7 +2,9 @@
 
 #include <errno.h>
 #include <poll.h>
+#include <string.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -60,13 +62,33 @@ IoStatus WaitReady(int fd, short events, int64_t deadlineMs) {
     }
 }
 
-IoStatus WriteFrame(int fd, const unsigned char* header, const std::vector<unsigned char>& payload,
+// Header and payload go out in one call (one entry into the kernel, one wake-up of the peer);
+// whatever that call did not take follows piece by piece, waiting for room as needed.
+IoStatus WriteFrame(int fd, const unsigned char* header, const void* payload, size_t length,
                     int64_t deadlineMs) {
-    IoStatus st = WriteAll(fd, header, kHeaderLen, deadlineMs);
-    if (st != kIoOk || payload.empty()) {
-        return st;
+    struct iovec iov[2] = {{const_cast<unsigned char*>(header), kHeaderLen},
+                           {const_cast<void*>(payload), length}};
+    struct msghdr msg;
+    memset(&msg, 0, sizeof(msg));
+    msg.msg_iov = iov;
+    msg.msg_iovlen = length > 0 ? 2 : 1;
+    ssize_t n = 0;
+    do {
+        n = sendmsg(fd, &msg, MSG_NOSIGNAL | MSG_DONTWAIT);
+    } while (n < 0 && errno == EINTR);
+    if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK) {
+        return kIoError;
     }
-    return WriteAll(fd, payload.data(), payload.size(), deadlineMs);
+    size_t sent = n > 0 ? static_cast<size_t>(n) : 0;
+    if (sent < kHeaderLen) {
+        IoStatus st = WriteAll(fd, header + sent, kHeaderLen - sent, deadlineMs);
+        if (st != kIoOk) {
+            return st;
+        }
+        sent = kHeaderLen;
+    }
+    size_t done = sent - kHeaderLen;
+    return WriteAll(fd, static_cast<const unsigned char*>(payload) + done, length - done, deadlineMs);
 }
 
 IoStatus ReadPayload(int fd, uint32_t length, uint32_t limit, std::vector<unsigned char>* payload,
@@ -176,11 +198,11 @@ IoStatus ReadAll(int fd, void* data, size_t len, int64_t deadlineMs) {
     return kIoOk;
 }
 
-IoStatus WriteRequest(int fd, const Request& request, int64_t deadlineMs) {
+IoStatus WriteRequest(int fd, const OutgoingRequest& request, int64_t deadlineMs) {
     unsigned char header[kHeaderLen];
     EncodeHeader(header, kRequestMagic, request.op, request.msgType, request.cmd,
-                 static_cast<uint32_t>(request.payload.size()));
-    return WriteFrame(fd, header, request.payload, deadlineMs);
+                 static_cast<uint32_t>(request.length));
+    return WriteFrame(fd, header, request.payload, request.length, deadlineMs);
 }
 
 IoStatus ReadRequest(int fd, Request* request, int64_t deadlineMs) {
@@ -203,7 +225,7 @@ IoStatus WriteReply(int fd, const Reply& reply, int64_t deadlineMs) {
     unsigned char header[kHeaderLen];
     EncodeHeader(header, kReplyMagic, reply.op, 0, static_cast<uint32_t>(reply.result),
                  static_cast<uint32_t>(reply.payload.size()));
-    return WriteFrame(fd, header, reply.payload, deadlineMs);
+    return WriteFrame(fd, header, reply.payload.data(), reply.payload.size(), deadlineMs);
 }
 
 IoStatus ReadReply(int fd, uint16_t op, Reply* reply, int64_t deadlineMs) {

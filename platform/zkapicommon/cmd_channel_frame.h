@@ -43,6 +43,15 @@ struct Request {
     std::vector<unsigned char> payload;
 };
 
+// A request as the client sends it: the payload is the caller's own bytes, written without a copy.
+struct OutgoingRequest {
+    uint16_t op = 0;
+    uint16_t msgType = 0;
+    uint32_t cmd = 0;
+    const void* payload = nullptr;
+    size_t length = 0;
+};
+
 struct Reply {
     uint16_t op = 0;
     int32_t result = 0;
@@ -60,7 +69,7 @@ int64_t DeadlineAfter(int timeoutMs);
 IoStatus WriteAll(int fd, const void* data, size_t len, int64_t deadlineMs);
 IoStatus ReadAll(int fd, void* data, size_t len, int64_t deadlineMs);
 
-IoStatus WriteRequest(int fd, const Request& request, int64_t deadlineMs);
+IoStatus WriteRequest(int fd, const OutgoingRequest& request, int64_t deadlineMs);
 IoStatus ReadRequest(int fd, Request* request, int64_t deadlineMs);
 IoStatus WriteReply(int fd, const Reply& reply, int64_t deadlineMs);
 // Reads the reply to a request of operation op: a reply for another operation is malformed.

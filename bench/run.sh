@@ -1,0 +1,51 @@
+#!/usr/bin/env bash
+# Runs every benchmark REPS times (default 3) and prints one table: each figure's min, median and
+# max over the runs, with its goal. Each benchmark starts the daemons it needs in a private mount
+# namespace (root), checks every answer's bytes and fails loudly when one is wrong.
+# Usage: bench/run.sh [REPS]     (build dir: $VKS_BUILD_DIR, default build/default)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+reps=${1:-3}
+build=${VKS_BUILD_DIR:-build/default}
+cmake --build "$build" --target exchange_bench http_bench codec_bench async_bench >/dev/null
+# As many parked requests as the descriptor limit allows, up to 10,000: two descriptors each in the
+# access server (see docs/running.md).
+hard=$(ulimit -Hn)
+parked=10000
+if [ "$hard" != unlimited ] && (( (hard - 256) / 2 < parked )); then parked=$(( (hard - 256) / 2 )); fi
+out=$(mktemp)
+trap 'rm -f "$out"' EXIT
+for ((i = 1; i <= reps; i++)); do
+  echo "== run $i of $reps" >&2
+  "$build/bin/exchange_bench" | tee -a "$out" >&2
+  "$build/bin/http_bench" | tee -a "$out" >&2
+  "$build/bin/async_bench" --scale --requests "$parked" | tee -a "$out" >&2
+  "$build/bin/codec_bench" --benchmark_repetitions=5 | grep -o 'metric .*' | tee -a "$out" >&2
+done
+# Goals: "<= x" or ">= x" per figure; figures without one are context.
+awk -v reps="$reps" '
+BEGIN {
+  goal["srvfs_exchange/fuse_floor"] = "<= 1.3"; goal["cmd_exchange/socket_floor"] = "<= 1.3"
+  goal["capacity/404"] = ">= 0.25"; goal["history/404"] = ">= 0.4"
+  goal["capacity_p99_ms"] = "<= 2"; goal["history_p99_ms"] = "<= 2"
+  goal["enable_async/enable_sync"] = ">= 1"; goal["history_records_p99_ms"] = "<= 5"
+  goal["Encode_codec/baseline"] = "<= 1.2"; goal["Decode_codec/baseline"] = "<= 1.1"
+  goal["scale_answered_right"] = ">= 1"; goal["scale_kb_per_parked_request"] = "<= 16"
+  goal["scale_wall/bound"] = "<= 1.5"
+}
+$1 == "metric" { if (!($2 in n)) order[++names] = $2; v[$2, ++n[$2]] = $3 }
+END {
+  printf "%-28s %9s %9s %9s  %-8s %s\n", "figure (" reps " runs)", "min", "median", "max", "goal", "median meets it"
+  for (k = 1; k <= names; k++) {
+    name = order[k]; m = n[name]
+    for (i = 1; i <= m; i++) s[i] = v[name, i]
+    for (i = 2; i <= m; i++) for (j = i; j > 1 && s[j - 1] > s[j]; j--) { t = s[j]; s[j] = s[j - 1]; s[j - 1] = t }
+    med = m % 2 ? s[(m + 1) / 2] : (s[m / 2] + s[m / 2 + 1]) / 2
+    verdict = ""
+    if (name in goal) {
+      split(goal[name], g, " ")
+      verdict = ((g[1] == "<=" && med <= g[2]) || (g[1] == ">=" && med >= g[2])) ? "yes" : "NO"
+    }
+    printf "%-28s %9.3f %9.3f %9.3f  %-8s %s\n", name, s[1], med, s[m], goal[name], verdict
+  }
+}' "$out"

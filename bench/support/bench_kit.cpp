@@ -1,0 +1,58 @@
+#include "bench_kit.h"
+
+#include <sched.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <time.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace vks_bench {
+
+bool EnterPrivateMountNamespace(const char* program) {
+    if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+        fprintf(stderr, "%s: cannot enter a private mount namespace: %s (needs root)\n", program,
+                strerror(errno));
+        return false;
+    }
+    signal(SIGPIPE, SIG_IGN);
+    return true;
+}
+
+bool StartKit(const char* program, const vks_test::ScratchDir& dir,
+              const std::vector<std::string>& emulatorArgs, vks_test::ChildProcess* emulator,
+              const std::vector<std::string>& serverArgs, vks_test::ChildProcess* server, uint16_t* port) {
+    vks_test::EmulatorFiles files = vks_test::EmulatorFilesIn(dir);
+    std::string err;
+    bool ok = vks_test::StartEmulator(emulator, files, emulatorArgs, &err);
+    if (ok && server != nullptr) {
+        std::vector<std::string> args = {"--cmd-socket", files.cmdSocket};
+        args.insert(args.end(), serverArgs.begin(), serverArgs.end());
+        ok = vks_test::StartAccessServer(server, vks_test::LibraryPath("libvksapiMultiTaskApp.so"), args,
+                                         dir.File("server.out"), port, &err);
+    }
+    if (!ok) {
+        fprintf(stderr, "%s: %s\n", program, err.c_str());
+    }
+    return ok;
+}
+
+double Median(std::vector<double> values) {
+    if (values.empty()) {
+        return 0.0;
+    }
+    std::sort(values.begin(), values.end());
+    size_t mid = values.size() / 2;
+    return values.size() % 2 == 1 ? values[mid] : (values[mid - 1] + values[mid]) / 2.0;
+}
+
+int64_t NowNs() {
+    timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
+}
+
+}  // namespace vks_bench
