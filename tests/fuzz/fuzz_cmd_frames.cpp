@@ -44,7 +44,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     int fd = vks_fuzz::SocketWith(data, size);
     cmdframe::Request request;
     if (fd >= 0 && cmdframe::ReadRequest(fd, &request, cmdframe::DeadlineAfter(1000)) == cmdframe::kIoOk) {
-        SamePrefix(Written(request, cmdframe::WriteRequest), data, size, false);
+        const cmdframe::OutgoingRequest out{request.op, request.msgType, request.cmd, request.payload.data(),
+                                            request.payload.size()};
+        SamePrefix(Written(out, cmdframe::WriteRequest), data, size, false);
     }
     close(fd);
     for (uint16_t op : {cmdframe::kOpGet, cmdframe::kOpSet, cmdframe::kOpMsg}) {
