@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -155,11 +156,35 @@ protected:
     }
 };
 
+std::string ReadGolden(const std::string& path) {
+    std::ifstream in(path);
+    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+// Compared block by block ("== " lines), so that a failure names the request that changed;
+// VKS_UPDATE_GOLDEN=1 writes the file instead.
+void ExpectGolden(const std::string& path, const std::string& golden, const std::string& all) {
+    if (getenv("VKS_UPDATE_GOLDEN") != nullptr) {
+        std::ofstream(path) << all;
+        GTEST_SKIP() << "golden transcript rewritten: " << path;
+    }
+    ASSERT_FALSE(golden.empty()) << "no golden transcript at " << path;
+    std::istringstream want(golden);
+    std::istringstream got(all);
+    std::string wantLine;
+    std::string gotLine;
+    std::string block;
+    for (int n = 1; std::getline(want, wantLine); ++n) {
+        block = wantLine.rfind("== ", 0) == 0 ? wantLine : block;
+        ASSERT_TRUE(std::getline(got, gotLine)) << "transcript ends before line " << n << " of " << block;
+        ASSERT_EQ(wantLine, gotLine) << "line " << n << " of " << block;
+    }
+    EXPECT_FALSE(std::getline(got, gotLine)) << "transcript goes on after the golden one: " << gotLine;
+}
+
 TEST_F(Transcript, EveryRoadMatchesTheGoldenTranscript) {
     const std::string path = std::string(VKS_GOLDEN_DIR) + "/roads.txt";
-    std::ifstream in(path);
-    std::string golden((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    ASSERT_FALSE(golden.empty()) << "no golden transcript at " << path;
+    const std::string golden = ReadGolden(path);
     std::istringstream lines(golden);
     std::string all;
     int roads = 0;
@@ -172,22 +197,91 @@ TEST_F(Transcript, EveryRoadMatchesTheGoldenTranscript) {
         }
     }
     EXPECT_GE(roads, 100);  // a golden file cut short must not pass
-    if (getenv("VKS_UPDATE_GOLDEN") != nullptr) {
-        std::ofstream(path) << all;
-        GTEST_SKIP() << "golden transcript rewritten: " << path;
+    ExpectGolden(path, golden, all);
+}
+
+// Every phase of every route with each of its pointer arguments null in turn, the others real: the
+// result and the module's log lines (whose form names what was null) against golden/nulls.txt.
+// Nothing may reach a peer.
+TEST_F(Transcript, EveryPhaseRefusesEachNullArgument) {
+    using vks_host::HandlerSet;
+    std::string all;
+    for (const HandlerSet& route : module_.routes) {
+        vks_host::PhaseRequest& r = request_;
+        vks_host::InitPhaseRequest(&r, &route, 1 << 20);
+        snprintf(r.header.szReqUrl, sizeof(r.header.szReqUrl), "/api/%s", route.resource);
+        r.client.synSock = sock_;
+        r.requestBody = "{}";
+        r.input.pContent = r.requestBody.c_str();
+        const struct {
+            const char* name;
+            bool present;
+            void* args[3];
+            std::function<int(void**)> call;
+        } phases[] = {
+            {"PreProc",
+             route.preProc != nullptr,
+             {&r.header, sock_, &r.ctIn},
+             [&](void** a) {
+                 return route.preProc(static_cast<tagHTTP_HEADER_S*>(a[0]),
+                                      static_cast<tagUNIX_SOCKET_S*>(a[1]),
+                                      static_cast<tagHTTP_CNTENT_INTER_S*>(a[2]));
+             }},
+            {"Parse",
+             route.parse != nullptr,
+             {&r.header, &r.input, &r.ctIn},
+             [&](void** a) {
+                 return route.parse(static_cast<tagHTTP_HEADER_S*>(a[0]), static_cast<tagHTTP_BUF_S*>(a[1]),
+                                    static_cast<tagHTTP_CNTENT_INTER_S*>(a[2]));
+             }},
+            {"Run",
+             route.run != nullptr,
+             {&r.header, &r.client, &r.ctIn},
+             [&](void** a) {
+                 return route.run(static_cast<tagHTTP_HEADER_S*>(a[0]), static_cast<tagHTTP_CLIENT_S*>(a[1]),
+                                  static_cast<tagHTTP_CNTENT_INTER_S*>(a[2]));
+             }},
+            {"Recv",
+             route.recv != nullptr,
+             {&r.header, &r.client, &r.ctIn},
+             [&](void** a) {
+                 return route.recv(static_cast<tagHTTP_HEADER_S*>(a[0]), static_cast<tagHTTP_CLIENT_S*>(a[1]),
+                                   static_cast<tagHTTP_CNTENT_INTER_S*>(a[2]));
+             }},
+            {"Format",
+             route.format != nullptr,
+             {&r.header, &r.ctIn, &r.output},
+             [&](void** a) {
+                 return route.format(static_cast<tagHTTP_HEADER_S*>(a[0]), 0,
+                                     static_cast<tagHTTP_CNTENT_INTER_S*>(a[1]),
+                                     static_cast<tagHTTP_BUF_S*>(a[2]));
+             }},
+        };
+        for (const auto& phase : phases) {
+            for (int nulled = 0; phase.present && nulled < 3; ++nulled) {
+                void* args[3] = {phase.args[0], phase.args[1], phase.args[2]};
+                args[nulled] = nullptr;
+                size_t serviced = srvfs().Requests(kServiceName).size();
+                size_t commands = peer_.Requests().size();
+                LogCapture log;
+                int result = phase.call(args);
+                std::ostringstream out;
+                out << "== " << route.method << " " << route.resource << " " << phase.name << " argument "
+                    << nulled + 1 << " null: result " << result << "\n";
+                for (const DebugLine& line : log.Debug()) {
+                    out << "debug " << line.level << " switch " << line.debugFlag << " " << line.text << "\n";
+                }
+                all += std::regex_replace(out.str(), std::regex("0x[0-9a-f]+"), "PTR");
+                EXPECT_EQ(srvfs().Requests(kServiceName).size(), serviced) << out.str();
+                EXPECT_EQ(peer_.Requests().size(), commands) << out.str();
+                EXPECT_NE(result, 0) << out.str();
+            }
+        }
+        EXPECT_EQ(r.ctIn.parseOut, nullptr);
+        EXPECT_EQ(r.ctIn.runOut, nullptr);
     }
-    // Compared request by request, so that a failure names the road that changed.
-    std::istringstream want(golden);
-    std::istringstream got(all);
-    std::string wantLine;
-    std::string gotLine;
-    std::string road;
-    for (int n = 1; std::getline(want, wantLine); ++n) {
-        road = wantLine.rfind("== ", 0) == 0 ? wantLine : road;
-        ASSERT_TRUE(std::getline(got, gotLine)) << "transcript ends before line " << n << " of " << road;
-        ASSERT_EQ(wantLine, gotLine) << "line " << n << " of " << road;
-    }
-    EXPECT_FALSE(std::getline(got, gotLine)) << "transcript goes on after the golden one: " << gotLine;
+    ExpectGolden(std::string(VKS_GOLDEN_DIR) + "/nulls.txt",
+                 ReadGolden(std::string(VKS_GOLDEN_DIR) + "/nulls.txt"), all);
 }
 
 }  // namespace
