@@ -2,8 +2,8 @@
 // server's phase runner against scripted peers. Each request's transcript (result, HTTP status,
 // body, what the analysis service and the command channel received, every debug and
 // operation-log line) must equal the golden file byte for byte: any change in a text, a wire byte
-// or a result shows up as a difference. VKS_UPDATE_GOLDEN=1 rewrites the file instead; review its
-// diff before committing it.
+// or a result shows up as a difference. The golden file's "== " lines are the table of requests.
+// VKS_UPDATE_GOLDEN=1 rewrites the files instead; review their diff before committing it.
 #include <dlfcn.h>
 
 #include <cstddef>
