@@ -200,6 +200,14 @@ TEST_F(Transcript, EveryRoadMatchesTheGoldenTranscript) {
     ExpectGolden(path, golden, all);
 }
 
+// A phase handler of three pointer arguments, called with untyped ones.
+template <typename B, typename C>
+std::function<int(void**)> Caller(VW_RESULT_TYPE (*handler)(tagHTTP_HEADER_S*, B*, C*)) {
+    return [handler](void** a) {
+        return handler(static_cast<tagHTTP_HEADER_S*>(a[0]), static_cast<B*>(a[1]), static_cast<C*>(a[2]));
+    };
+}
+
 // Every phase of every route with each of its pointer arguments null in turn, the others real: the
 // result and the module's log lines (whose form names what was null) against golden/nulls.txt.
 // Nothing may reach a peer.
@@ -219,35 +227,10 @@ TEST_F(Transcript, EveryPhaseRefusesEachNullArgument) {
             void* args[3];
             std::function<int(void**)> call;
         } phases[] = {
-            {"PreProc",
-             route.preProc != nullptr,
-             {&r.header, sock_, &r.ctIn},
-             [&](void** a) {
-                 return route.preProc(static_cast<tagHTTP_HEADER_S*>(a[0]),
-                                      static_cast<tagUNIX_SOCKET_S*>(a[1]),
-                                      static_cast<tagHTTP_CNTENT_INTER_S*>(a[2]));
-             }},
-            {"Parse",
-             route.parse != nullptr,
-             {&r.header, &r.input, &r.ctIn},
-             [&](void** a) {
-                 return route.parse(static_cast<tagHTTP_HEADER_S*>(a[0]), static_cast<tagHTTP_BUF_S*>(a[1]),
-                                    static_cast<tagHTTP_CNTENT_INTER_S*>(a[2]));
-             }},
-            {"Run",
-             route.run != nullptr,
-             {&r.header, &r.client, &r.ctIn},
-             [&](void** a) {
-                 return route.run(static_cast<tagHTTP_HEADER_S*>(a[0]), static_cast<tagHTTP_CLIENT_S*>(a[1]),
-                                  static_cast<tagHTTP_CNTENT_INTER_S*>(a[2]));
-             }},
-            {"Recv",
-             route.recv != nullptr,
-             {&r.header, &r.client, &r.ctIn},
-             [&](void** a) {
-                 return route.recv(static_cast<tagHTTP_HEADER_S*>(a[0]), static_cast<tagHTTP_CLIENT_S*>(a[1]),
-                                   static_cast<tagHTTP_CNTENT_INTER_S*>(a[2]));
-             }},
+            {"PreProc", route.preProc != nullptr, {&r.header, sock_, &r.ctIn}, Caller(route.preProc)},
+            {"Parse", route.parse != nullptr, {&r.header, &r.input, &r.ctIn}, Caller(route.parse)},
+            {"Run", route.run != nullptr, {&r.header, &r.client, &r.ctIn}, Caller(route.run)},
+            {"Recv", route.recv != nullptr, {&r.header, &r.client, &r.ctIn}, Caller(route.recv)},
             {"Format",
              route.format != nullptr,
              {&r.header, &r.ctIn, &r.output},
