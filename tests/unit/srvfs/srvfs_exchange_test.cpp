@@ -91,7 +91,7 @@ TEST_F(SrvfsExchangeTest, BadFrameHeaderFailsTheWriteAndTheStreamRecovers) {
 }
 
 // The three the module makes are recorded in every road of the golden transcript (tests/alloc).
-TEST_F(SrvfsExchangeTest, IoctlsOfEveryConnectionAreRecordedAndOthersRefused) {
+TEST_F(SrvfsExchangeTest, IoctlsAreRecordedWithTheirValuesAndOthersRefused) {
     for (unsigned int cmd : {0x302u, 0x212u, 0x300u}) {
         EXPECT_EQ(-1, ioctl(fd_, cmd, 1UL)) << std::hex << cmd;
         EXPECT_EQ(ENOTTY, errno) << std::hex << cmd;
