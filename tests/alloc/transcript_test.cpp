@@ -2,14 +2,15 @@
 // server's phase runner against scripted peers. Each request's transcript (result, HTTP status,
 // body, what the analysis service and the command channel received, every debug and
 // operation-log line) must equal the golden file byte for byte: any change in a text, a wire byte
-// or a result shows up as a difference. VKS_UPDATE_GOLDEN=1 rewrites the file instead; review its
-// diff before committing it.
+// or a result shows up as a difference. The golden file's "== " lines are the table of requests.
+// VKS_UPDATE_GOLDEN=1 rewrites the files instead; review their diff before committing it.
 #include <dlfcn.h>
 
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -26,94 +27,45 @@
 namespace vks_test {
 namespace {
 
+// One request and the peers' behaviour, read from a "== " line of the golden file (the format
+// Header writes): the golden file is the table of roads. A new road is a new "== " line; the
+// update mode then fills in its transcript.
 struct Scenario {
-    Road road;
-    int serviceResult;  // the analysis service's result item
-    int cmdResult;      // the command channel's result (7032: inside MSG_DATA)
-    bool serviceUp;
+    std::string method, resource, query, body;
+    std::string service;  // the analysis service's result item, or "absent"
+    int cmdResult = 0;    // the command channel's result
     // The analysis service's reply shape (see HostRoad).
-    uint16_t replyStatus = 200;
-    uint16_t replyUri = 0;
-    int resultLen = 4;
-    int contentDelta = 0;
+    int replyStatus = 200, replyUri = 0, resultLen = 4, contentDelta = 0;
 };
 
-const Scenario kScenarios[] = {
-    {{"MultiTaskAppTaskModesAvailableList", "GET", "", ""}, 0, 0, true},
-    {{"MultiTaskAppTaskModesAvailableList", "GET", "", ""}, 5, 0, true},
-    // Reply shapes: a failed status with and without a code, another uri, result items of 7, 8 and
-    // 3 bytes, content longer, shorter than the record, and none.
-    {{"MultiTaskAppTaskModesAvailableList", "GET", "", ""}, 12, 0, true, 500},
-    {{"MultiTaskAppTaskModesAvailableList", "GET", "", ""}, 12, 0, true, 500, 0, 0},
-    {{"MultiTaskAppTaskModesAvailableList", "GET", "", ""}, 0, 0, true, 200, 1203},
-    {{"MultiTaskAppTaskModesAvailableList", "GET", "", ""}, 7, 0, true, 200, 0, 7},
-    {{"MultiTaskAppTaskModesAvailableList", "GET", "", ""}, 7, 0, true, 200, 0, 8},
-    {{"MultiTaskAppTaskModesAvailableList", "GET", "", ""}, 7, 0, true, 200, 0, 3},
-    {{"MultiTaskAppTaskModesAvailableList", "GET", "", ""}, 3, 0, true, 200, 0, 4, 1},
-    {{"MultiTaskAppTaskModesAvailableList", "GET", "", ""}, 9, 0, true, 200, 0, 4, -1},
-    {{"MultiTaskAppTaskModesAvailableList", "GET", "", ""}, 0, 0, true, 200, 0, 4, -24},
-    {{"MultiTaskAppTaskModesCapacity", "GET", "", ""}, 0, 0, true},
-    {{"MultiTaskAppTaskModesCapacity", "GET", "", ""}, 0, 0, false},
-    {{"MultiTaskAppTaskModesEnableList", "GET", "?ChannelId=101&ChannelGroup=2", ""}, 0, 0, true},
-    {{"MultiTaskAppTaskModesEnableList", "GET", "", ""}, 0, 0, true},
-    {{"MultiTaskAppTaskModesEnableList", "GET", "?ChannelGroup=3", ""}, 7, 0, true},
-    {{"MultiTaskAppTaskModesEnableList", "GET", "", ""}, 0, 0, false},
-    // Reply shapes on the asynchronous road: content one byte longer, shorter and none, status 404,
-    // another uri, result items of 8 bytes and none.
-    {{"MultiTaskAppTaskModesEnableList", "GET", "", ""}, 0, 0, true, 200, 0, 4, 1},
-    {{"MultiTaskAppTaskModesEnableList", "GET", "", ""}, 0, 0, true, 200, 0, 4, -1},
-    {{"MultiTaskAppTaskModesEnableList", "GET", "", ""}, 7, 0, true, 200, 0, 4, -1304},
-    {{"MultiTaskAppTaskModesEnableList", "GET", "", ""}, 7, 0, true, 404},
-    {{"MultiTaskAppTaskModesEnableList", "GET", "", ""}, 7, 0, true, 200, 1202},
-    {{"MultiTaskAppTaskModesEnableList", "GET", "", ""}, 0, 0, true, 200, 0, 8},
-    {{"MultiTaskAppTaskModesEnableList", "GET", "", ""}, 0, 0, true, 200, 0, 0},
-    {{"MultiTaskAppDisplayRecogPopUps", "GET", "", ""}, 0, 0, true},
-    {{"MultiTaskAppDisplayRecogPopUps", "GET", "", ""}, 9, 0, true},
-    {{"MultiTaskAppDisplayRecogPopUps", "GET", "", ""}, 0, 0, false},
-    {{"MultiTaskAppDisplayRecogPopUps", "PUT", "", R"({"blackPopUp": true, "whitePopUp": 0})"}, 0, 0, true},
-    {{"MultiTaskAppDisplayRecogPopUps", "PUT", "", R"({"whitePopUp": "1"})"}, 0, 0, true},
-    {{"MultiTaskAppDisplayRecogPopUps", "PUT", "", R"({"blackPopUp": false})"}, 9, 0, true},
-    {{"MultiTaskAppDisplayRecogPopUps", "PUT", "", "{}"}, 0, 0, true, 200, 0, 4, 1},
-    {{"MultiTaskAppDisplayRecogPopUps", "PUT", "", "{}"}, 0, 0, true, 200, 0, 4, -1},
-    {{"MultiTaskAppDisplayRecogInfos", "GET", "?ChannelId=101", ""}, 0, 0, true},
-    {{"MultiTaskAppDisplayRecogInfos", "GET", "", ""}, 0, 6, true},
-    {{"MultiTaskAppDisplayRecogInfos", "PUT", "?ChannelId=101", R"({"name": false, "matchRate": true})"},
-     0,
-     0,
-     true},
-    {{"MultiTaskAppDisplayRecogInfos", "PUT", "?ChannelId=101", "[1"}, 0, 0, true},
-    {{"MultiTaskAppDisplayRecogInfos", "PUT", "?ChannelId=101", R"({"name": false})"}, 0, 6, true},
-    {{"MultiTaskAppHistory", "GET", "?ChannelId=101", ""}, 0, 0, true},
-    {{"MultiTaskAppHistory", "GET", "", ""}, 0, 3, true},
-    {{"MultiTaskAppHistory", "PUT", "?ChannelId=101", R"({"enableRecord": false})"}, 0, 0, true},
-    {{"MultiTaskAppHistory", "PUT", "?ChannelId=101", R"({"enableRecord": "no"})"}, 0, 0, true},
-    {{"MultiTaskAppHistory", "PUT", "?ChannelId=101", R"({"enableRecord": true})"}, 0, 3, true},
-    {{"MultiTaskAppHistoryRecords", "GET",
-      "?StartIndex=2&FindNum=5&StartTime=2024-05-01T00:00:00&EndTime=2024-05-01T12:00:00&ChannelId=101"
-      "&DatabaseType=1&FirstAttri=3&SecondAttri=4&LibId=9",
-      ""},
-     0,
-     0,
-     true},
-    {{"MultiTaskAppHistoryRecords", "GET", "?StartIndex=0&FindNum=1&EndTime=e&DatabaseType=2", ""},
-     0,
-     0,
-     true},
-    {{"MultiTaskAppHistoryRecords", "GET", "?StartIndex=0&FindNum=5&EndTime=e", ""}, 0, 0, true},
-    {{"MultiTaskAppHistoryRecords", "GET", "?FindNum=5&EndTime=e&DatabaseType=0", ""}, 0, 0, true},
-    {{"MultiTaskAppHistoryRecords", "GET", "?StartIndex=0&EndTime=e&DatabaseType=0", ""}, 0, 0, true},
-    {{"MultiTaskAppHistoryRecords", "GET", "?StartIndex=0&FindNum=5&DatabaseType=0", ""}, 0, 0, true},
-    {{"MultiTaskAppHistoryRecords", "GET", "?StartIndex=0&FindNum=5&EndTime=e&DatabaseType=0", ""},
-     0,
-     2,
-     true},
-    {{"MultiTaskAppHistoryRecords", "DELETE", "?StartTime=2024-05-01T08:00:00&EndTime=2024-05-01T09:59:59",
-      ""},
-     0,
-     0,
-     true},
-    {{"MultiTaskAppHistoryRecords", "DELETE", "?EndTime=2024-05-01T09:59:59", ""}, 0, 4, true},
-};
+std::string Header(const Scenario& s) {
+    std::ostringstream out;
+    out << "== " << s.method << " " << s.resource << s.query << " body " << s.body << " | service "
+        << s.service << " | command " << s.cmdResult << " | reply " << s.replyStatus << "/" << s.replyUri
+        << "/" << s.resultLen << "/" << s.contentDelta;
+    return out.str();
+}
+
+bool ParseHeader(const std::string& line, Scenario* s) {
+    static const std::regex kHeader(
+        R"(== (\S+) ([^? ]+)(\?\S*)? body (.*) \| service (-?\d+|absent) \| command (-?\d+) \| reply )"
+        R"((\d+)/(\d+)/(\d+)/(-?\d+))");
+    std::smatch m;
+    if (!std::regex_match(line, m, kHeader)) {
+        return false;
+    }
+    *s = {m[1],
+          m[2],
+          m[3],
+          m[4],
+          m[5],
+          std::stoi(m[6]),
+          std::stoi(m[7]),
+          std::stoi(m[8]),
+          std::stoi(m[9]),
+          std::stoi(m[10])};
+    return true;
+}
 
 std::string Hex(const std::vector<uint8_t>& bytes) {
     // Long records end in zero fill: only up to the last non-zero byte is printed, with the length.
@@ -150,25 +102,23 @@ protected:
     int* moduleFlag_ = nullptr;
 
     std::string Run(const Scenario& s) {
-        serviceResult_ = s.serviceResult;
+        const bool up = s.service != "absent";
+        serviceResult_ = up ? std::stoi(s.service) : 0;
         cmdResult_ = s.cmdResult;
-        SetServiceUp(s.serviceUp);
-        replyStatus_ = s.replyStatus;
-        replyUri_ = s.replyUri;
+        SetServiceUp(up);
+        replyStatus_ = static_cast<uint16_t>(s.replyStatus);
+        replyUri_ = static_cast<uint16_t>(s.replyUri);
         resultLen_ = s.resultLen;
         contentDelta_ = s.contentDelta;
         size_t ioctlsBefore = srvfs().Ioctls(kServiceName).size();
         size_t servicedBefore = srvfs().Requests(kServiceName).size();
         size_t commandsBefore = peer_.Requests().size();
         LogCapture log;
-        int result = Serve(s.road);
+        int result = Serve({s.resource.c_str(), s.method.c_str(), s.query.c_str(), s.body.c_str()});
         std::ostringstream out;
         vks_host::HttpStatus status = vks_host::StatusForResult(result, request_.parseFailed, false);
-        out << "== " << s.road.method << " " << s.road.resource << s.road.query << " body " << s.road.body
-            << " | service " << (s.serviceUp ? std::to_string(s.serviceResult) : "absent") << " | command "
-            << s.cmdResult << " | reply " << s.replyStatus << "/" << s.replyUri << "/" << s.resultLen << "/"
-            << s.contentDelta << "\n"
-            << "result " << result << ", HTTP " << status.code << "\nbody " << request_.body.text << "\n";
+        out << Header(s) << "\nresult " << result << ", HTTP " << status.code << "\nbody "
+            << request_.body.text << "\n";
         std::vector<std::vector<uint8_t>> frames = srvfs().Requests(kServiceName);
         for (size_t i = servicedBefore; i < frames.size(); ++i) {
             DecodedFrame f = Decode(frames[i]);
@@ -206,31 +156,115 @@ protected:
     }
 };
 
-TEST_F(Transcript, EveryRoadMatchesTheGoldenTranscript) {
-    std::string all;
-    for (const Scenario& s : kScenarios) {
-        all += Run(s);
-    }
-    const std::string path = std::string(VKS_GOLDEN_DIR) + "/roads.txt";
+std::string ReadGolden(const std::string& path) {
+    std::ifstream in(path);
+    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+// Compared block by block ("== " lines), so that a failure names the request that changed;
+// VKS_UPDATE_GOLDEN=1 writes the file instead.
+void ExpectGolden(const std::string& path, const std::string& golden, const std::string& all) {
     if (getenv("VKS_UPDATE_GOLDEN") != nullptr) {
         std::ofstream(path) << all;
         GTEST_SKIP() << "golden transcript rewritten: " << path;
     }
-    std::ifstream in(path);
-    std::string golden((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     ASSERT_FALSE(golden.empty()) << "no golden transcript at " << path;
-    // Compared request by request, so that a failure names the road that changed.
     std::istringstream want(golden);
     std::istringstream got(all);
     std::string wantLine;
     std::string gotLine;
-    std::string road;
+    std::string block;
     for (int n = 1; std::getline(want, wantLine); ++n) {
-        road = wantLine.rfind("== ", 0) == 0 ? wantLine : road;
-        ASSERT_TRUE(std::getline(got, gotLine)) << "transcript ends before line " << n << " of " << road;
-        ASSERT_EQ(wantLine, gotLine) << "line " << n << " of " << road;
+        block = wantLine.rfind("== ", 0) == 0 ? wantLine : block;
+        ASSERT_TRUE(std::getline(got, gotLine)) << "transcript ends before line " << n << " of " << block;
+        ASSERT_EQ(wantLine, gotLine) << "line " << n << " of " << block;
     }
     EXPECT_FALSE(std::getline(got, gotLine)) << "transcript goes on after the golden one: " << gotLine;
+}
+
+TEST_F(Transcript, EveryRoadMatchesTheGoldenTranscript) {
+    const std::string path = std::string(VKS_GOLDEN_DIR) + "/roads.txt";
+    const std::string golden = ReadGolden(path);
+    std::istringstream lines(golden);
+    std::string all;
+    int roads = 0;
+    for (std::string line; std::getline(lines, line);) {
+        Scenario s;
+        if (line.rfind("== ", 0) == 0) {
+            ASSERT_TRUE(ParseHeader(line, &s)) << "not a road: " << line;
+            all += Run(s);
+            ++roads;
+        }
+    }
+    EXPECT_GE(roads, 100);  // a golden file cut short must not pass
+    ExpectGolden(path, golden, all);
+}
+
+// A phase handler of three pointer arguments, called with untyped ones.
+template <typename B, typename C>
+std::function<int(void**)> Caller(VW_RESULT_TYPE (*handler)(tagHTTP_HEADER_S*, B*, C*)) {
+    return [handler](void** a) {
+        return handler(static_cast<tagHTTP_HEADER_S*>(a[0]), static_cast<B*>(a[1]), static_cast<C*>(a[2]));
+    };
+}
+
+// Every phase of every route with each of its pointer arguments null in turn, the others real: the
+// result and the module's log lines (whose form names what was null) against golden/nulls.txt.
+// Nothing may reach a peer.
+TEST_F(Transcript, EveryPhaseRefusesEachNullArgument) {
+    using vks_host::HandlerSet;
+    std::string all;
+    for (const HandlerSet& route : module_.routes) {
+        vks_host::PhaseRequest& r = request_;
+        vks_host::InitPhaseRequest(&r, &route, 1 << 20);
+        snprintf(r.header.szReqUrl, sizeof(r.header.szReqUrl), "/api/%s", route.resource);
+        r.client.synSock = sock_;
+        r.requestBody = "{}";
+        r.input.pContent = r.requestBody.c_str();
+        const struct {
+            const char* name;
+            bool present;
+            void* args[3];
+            std::function<int(void**)> call;
+        } phases[] = {
+            {"PreProc", route.preProc != nullptr, {&r.header, sock_, &r.ctIn}, Caller(route.preProc)},
+            {"Parse", route.parse != nullptr, {&r.header, &r.input, &r.ctIn}, Caller(route.parse)},
+            {"Run", route.run != nullptr, {&r.header, &r.client, &r.ctIn}, Caller(route.run)},
+            {"Recv", route.recv != nullptr, {&r.header, &r.client, &r.ctIn}, Caller(route.recv)},
+            {"Format",
+             route.format != nullptr,
+             {&r.header, &r.ctIn, &r.output},
+             [&](void** a) {
+                 return route.format(static_cast<tagHTTP_HEADER_S*>(a[0]), 0,
+                                     static_cast<tagHTTP_CNTENT_INTER_S*>(a[1]),
+                                     static_cast<tagHTTP_BUF_S*>(a[2]));
+             }},
+        };
+        for (const auto& phase : phases) {
+            for (int nulled = 0; phase.present && nulled < 3; ++nulled) {
+                void* args[3] = {phase.args[0], phase.args[1], phase.args[2]};
+                args[nulled] = nullptr;
+                size_t serviced = srvfs().Requests(kServiceName).size();
+                size_t commands = peer_.Requests().size();
+                LogCapture log;
+                int result = phase.call(args);
+                std::ostringstream out;
+                out << "== " << route.method << " " << route.resource << " " << phase.name << " argument "
+                    << nulled + 1 << " null: result " << result << "\n";
+                for (const DebugLine& line : log.Debug()) {
+                    out << "debug " << line.level << " switch " << line.debugFlag << " " << line.text << "\n";
+                }
+                all += std::regex_replace(out.str(), std::regex("0x[0-9a-f]+"), "PTR");
+                EXPECT_EQ(srvfs().Requests(kServiceName).size(), serviced) << out.str();
+                EXPECT_EQ(peer_.Requests().size(), commands) << out.str();
+                EXPECT_NE(result, 0) << out.str();
+            }
+        }
+        EXPECT_EQ(r.ctIn.parseOut, nullptr);
+        EXPECT_EQ(r.ctIn.runOut, nullptr);
+    }
+    ExpectGolden(std::string(VKS_GOLDEN_DIR) + "/nulls.txt",
+                 ReadGolden(std::string(VKS_GOLDEN_DIR) + "/nulls.txt"), all);
 }
 
 }  // namespace

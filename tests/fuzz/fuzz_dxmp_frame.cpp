@@ -1,5 +1,6 @@
 // The DXMP frame decoder, from memory and through a descriptor: a frame that decodes re-encodes to
-// the same bytes (the reserved ones aside).
+// the same bytes (the reserved ones aside) and declares its length, a refused one leaves the message
+// as it was. The refused_* seeds are one damage each to a valid frame.
 #include <cstring>
 
 #include "dxmp_message.h"
@@ -28,8 +29,20 @@ dxmp_message* UsedMessage() {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     dxmp_message* msg = UsedMessage();
+    uint32_t declared = 0;
+    const bool lengthRead = size >= DXMP_FIXED_HEADER_LEN && dxmp_frame_length(data, &declared) == 0;
     if (dxmp_message_decode(msg, data, static_cast<uint32_t>(size)) == 0) {
+        // A frame that decodes declares its own length in its fixed header.
+        FUZZ_CHECK(lengthRead && declared == size);
         ReencodesTo(msg, data, size);
+    } else {
+        // A refused frame leaves the message as it was.
+        dxmp_message* untouched = UsedMessage();
+        uint32_t wasLength = 0;
+        uint8_t* was = dxmp_message_encode(untouched, &wasLength);
+        ReencodesTo(msg, was, wasLength);
+        free(was);
+        dxmp_message_put(untouched);
     }
     dxmp_message_put(msg);
 

@@ -4,6 +4,9 @@
 #include <dirent.h>
 #include <signal.h>
 
+#include <string>
+#include <vector>
+
 #include <gtest/gtest.h>
 
 #include "answer_log.h"
@@ -132,6 +135,8 @@ TEST_F(EndToEnd, HistorySwitchAndDisplayFlagsSurviveARestart) {
         JsonView history(Call("GET", "MultiTaskAppHistory?ChannelId=101").body);
         EXPECT_EQ(history.Int({"channelId"}), 101) << restarted;
         EXPECT_EQ(history.Int({"enableRecord"}), 0) << restarted;
+        EXPECT_EQ(JsonView(Call("GET", "MultiTaskAppHistory?ChannelId=102").body).Int({"enableRecord"}), 1)
+            << restarted;  // stored per channel
         JsonView infos(Call("GET", "MultiTaskAppDisplayRecogInfos?ChannelId=101").body);
         EXPECT_EQ(infos.Int({"name"}), 0) << restarted;
         EXPECT_EQ(infos.Int({"matchRate"}), 1) << restarted;  // untouched flags keep their value
@@ -148,33 +153,58 @@ TEST_F(EndToEnd, HistoryRecordsPageAndDeleteWithoutLeavingResultFiles) {
     EXPECT_EQ(page1.Str({"Records", "0", "SnapTime"}), "2024-05-01T08:00:00");
     JsonView page2(Call("GET", kQueryAll + "&StartIndex=5&FindNum=5").body);
     EXPECT_EQ(page2.Str({"Records", "0", "SnapTime"}), "2024-05-01T10:30:00");
+    JsonView last(Call("GET", kQueryAll + "&StartIndex=20&FindNum=10").body);
+    EXPECT_EQ(last.Int({"ReturnNum"}), 4);
+    EXPECT_EQ(last.Int({"StartIndex"}), 20);
+    // Channel 102 and database type 2: records 6, 12, 18 and 24.
+    JsonView channel(
+        Call("GET", kQueryAll.substr(0, kQueryAll.find('?')) +
+                        "?DatabaseType=2&ChannelId=102&EndTime=2024-05-01T23:59:59&StartIndex=0&FindNum=100")
+            .body);
+    EXPECT_EQ(channel.Int({"TotalNum"}), 4);
 
     EXPECT_EQ(
         Call("DELETE", "MultiTaskAppHistoryRecords?StartTime=2024-05-01T08:00:00&EndTime=2024-05-01T09:59:59")
             .status,
         200);
+    RestartEmulator();  // neither the deletion nor the first seeding is undone by a restart
     JsonView after(Call("GET", kQueryAll + "&StartIndex=0&FindNum=5").body);
     EXPECT_EQ(after.Int({"TotalNum"}), 20);
     EXPECT_EQ(after.Str({"Records", "0", "SnapTime"}), "2024-05-01T10:00:00");
+    EXPECT_EQ(Call("DELETE", "MultiTaskAppHistoryRecords").status, 200);  // without both times: all
+    for (int pass = 0; pass < 2; ++pass) {
+        EXPECT_EQ(JsonView(Call("GET", kQueryAll + "&StartIndex=0&FindNum=1").body).Int({"TotalNum"}), 0)
+            << pass;
+        RestartEmulator();  // an empty table is not seeded again
+    }
 
     EXPECT_EQ(Call("GET", "MultiTaskAppHistoryRecords?StartIndex=0&FindNum=5&DatabaseType=0").status, 400);
     EXPECT_EQ(ResultFiles(), 0);
 }
 
+// No channel (or channel 0) goes the asynchronous way with the request block, a channel the
+// synchronous way; both select by channel and group from the demo tasks.
 TEST_F(EndToEnd, EnableListAnswersBothWays) {
-    HttpResponse all = Call("GET", "MultiTaskAppTaskModesEnableList");
-    ASSERT_EQ(all.status, 200) << all.body;
-    JsonView allTasks(all.body);
-    ASSERT_TRUE(allTasks.Has({"taskNum"})) << all.body;
-    EXPECT_EQ(allTasks.Length({"taskEnable"}), static_cast<size_t>(allTasks.Int({"taskNum"})));
-
-    HttpResponse one = Call("GET", "MultiTaskAppTaskModesEnableList?ChannelId=101&ChannelGroup=0");
-    ASSERT_EQ(one.status, 200) << one.body;
-    JsonView oneChannel(one.body);
-    ASSERT_GE(oneChannel.Int({"taskNum"}), 1) << one.body;
-    EXPECT_LE(oneChannel.Int({"taskNum"}), allTasks.Int({"taskNum"}));
-    for (long long i = 0; i < oneChannel.Int({"taskNum"}); ++i) {
-        EXPECT_EQ(oneChannel.Int({"taskEnable", std::to_string(i), "channelId"}), 101) << one.body;
+    const struct {
+        const char* query;
+        std::vector<long long> channels;
+    } cases[] = {{"", {101, 102, 201, 202}},
+                 {"?ChannelId=201", {201}},
+                 {"?ChannelGroup=2", {201, 202}},
+                 {"?ChannelId=101&ChannelGroup=2", {}},
+                 {"?ChannelId=999", {}}};
+    for (const auto& c : cases) {
+        HttpResponse r = Call("GET", std::string("MultiTaskAppTaskModesEnableList") + c.query);
+        ASSERT_EQ(r.status, 200) << r.body;
+        JsonView list(r.body);
+        ASSERT_EQ(list.Int({"taskNum"}), static_cast<long long>(c.channels.size())) << c.query << r.body;
+        for (size_t i = 0; i < c.channels.size(); ++i) {
+            EXPECT_EQ(list.Int({"taskEnable", std::to_string(i), "channelId"}), c.channels[i]) << r.body;
+        }
+    }
+    JsonView first(Call("GET", "MultiTaskAppTaskModesEnableList?ChannelId=101").body);
+    for (const char* flag : {"faceDetection", "faceAttribute", "faceRecognition", "vehAttribute"}) {
+        EXPECT_EQ(first.Int({"taskEnable", "0", flag}), std::string(flag) == "vehAttribute" ? 0 : 1) << flag;
     }
 }
 

@@ -70,7 +70,6 @@ public:
     tagHTTP_BUF_S content{};
     tagHTTP_BUF_S out{};
     std::string body;  // what Copy2Buf received
-    void SetBody(const char* text) { content.pContent = text; }
 };
 
 }  // namespace cmdtest

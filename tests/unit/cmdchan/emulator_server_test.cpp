@@ -1,4 +1,6 @@
-// The emulator's command server over its SQLite file, driven through the module's handlers.
+// The emulator's command server over its SQLite file, driven through the module's handlers. Paging,
+// the channel filter, range and full deletion across restarts and per-channel settings are checked
+// end to end (tests/integration/end_to_end_test.cpp).
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 #include <string.h>
@@ -43,10 +45,6 @@ protected:
         }
         return r == 0 ? json_tokener_parse(static_cast<char*>(rq.ctIn.runOut)) : nullptr;
     }
-    static int64_t Int(json_object* obj, const char* key) {
-        json_object* v = nullptr;
-        return json_object_object_get_ex(obj, key, &v) ? json_object_get_int64(v) : -1;
-    }
 
     cmdtest::TempDir dir;
     cmdtest::TempDir results;
@@ -54,83 +52,6 @@ protected:
     std::unique_ptr<cmdchan::Server> server;
     vks_test::LogCapture log;
 };
-
-TEST_F(EmulatorTest, QueryPagesThroughTheSeededRecordsAndLeavesNoFile) {
-    const char* range = "EndTime=2024-05-01T23:59:59&DatabaseType=0";
-    json_object* first = Query(std::string("StartIndex=0&FindNum=5&") + range);
-    ASSERT_NE(nullptr, first);
-    EXPECT_EQ(24, Int(first, "TotalNum"));
-    EXPECT_EQ(5, Int(first, "ReturnNum"));
-    json_object* records = nullptr;
-    ASSERT_TRUE(json_object_object_get_ex(first, "Records", &records));
-    EXPECT_STREQ("2024-05-01T08:00:00", json_object_get_string(json_object_object_get(
-                                            json_object_array_get_idx(records, 0), "SnapTime")));
-    json_object* last = Query(std::string("StartIndex=20&FindNum=10&") + range);
-    ASSERT_NE(nullptr, last);
-    EXPECT_EQ(4, Int(last, "ReturnNum"));
-    EXPECT_EQ(20, Int(last, "StartIndex"));
-    json_object* channel = Query(std::string("StartIndex=0&FindNum=100&ChannelId=102&DatabaseType=2&") +
-                                 "EndTime=2024-05-01T23:59:59");
-    ASSERT_NE(nullptr, channel);
-    EXPECT_EQ(4, Int(channel, "TotalNum"));  // channel 102 and database type 2: records 6, 12, 18, 24
-    json_object_put(first);
-    json_object_put(last);
-    json_object_put(channel);
-    EXPECT_TRUE(results.Entries().empty());
-}
-
-TEST_F(EmulatorTest, DeletingARangeRemovesExactlyThoseRecordsForGood) {
-    cmdtest::Request rq(
-        "/api/MultiTaskAppHistoryRecords?StartTime=2024-05-01T08:00:00&EndTime=2024-05-01T09:59:59",
-        opts.socketPath);
-    ASSERT_EQ(0, ParseDeleteMultiTaskAppHistoryRecords(&rq.header, &rq.content, &rq.ctIn));
-    ASSERT_EQ(0, RunDeleteMultiTaskAppHistoryRecords(&rq.header, &rq.client, &rq.ctIn));
-    Restart();  // neither the deletion nor the first seeding is undone by a restart
-    json_object* after = Query("StartIndex=0&FindNum=1&EndTime=2024-05-01T23:59:59&DatabaseType=0");
-    ASSERT_NE(nullptr, after);
-    EXPECT_EQ(20, Int(after, "TotalNum"));
-    json_object_put(after);
-    cmdtest::Request all("/api/MultiTaskAppHistoryRecords", opts.socketPath);
-    ASSERT_EQ(0, ParseDeleteMultiTaskAppHistoryRecords(&all.header, &all.content, &all.ctIn));
-    ASSERT_EQ(0, RunDeleteMultiTaskAppHistoryRecords(&all.header, &all.client, &all.ctIn));
-    for (int pass = 0; pass < 2; ++pass) {
-        json_object* none = Query("StartIndex=0&FindNum=1&EndTime=2024-05-01T23:59:59&DatabaseType=0");
-        ASSERT_NE(nullptr, none) << pass;
-        EXPECT_EQ(0, Int(none, "TotalNum")) << pass;  // an empty table is not seeded again
-        json_object_put(none);
-        Restart();
-    }
-    EXPECT_TRUE(results.Entries().empty());
-}
-
-TEST_F(EmulatorTest, SettingsSurviveARestartPerChannel) {
-    {
-        cmdtest::Request rq("/api/MultiTaskAppHistory", opts.socketPath);
-        rq.SetBody("{\"enableRecord\": 0}");
-        ASSERT_EQ(0, PreProcPutMultiTaskAppHistory(&rq.header, rq.client.synSock, &rq.ctIn));
-        ASSERT_EQ(0, ParsePutMultiTaskAppHistory(&rq.header, &rq.content, &rq.ctIn));
-        ASSERT_EQ(0, RunPutMultiTaskAppHistory(&rq.header, &rq.client, &rq.ctIn));
-        cmdtest::Request di("/api/MultiTaskAppDisplayRecogInfos", opts.socketPath);
-        di.SetBody("{\"city\": 0}");
-        ASSERT_EQ(0, PreProcPutMultiTaskAppDisplayRecogInfos(&di.header, di.client.synSock, &di.ctIn));
-        ASSERT_EQ(0, ParsePutMultiTaskAppDisplayRecogInfos(&di.header, &di.content, &di.ctIn));
-        ASSERT_EQ(0, RunPutMultiTaskAppDisplayRecogInfos(&di.header, &di.client, &di.ctIn));
-    }
-    Restart();
-    cmdtest::Request rq("/api/MultiTaskAppHistory?ChannelId=101", opts.socketPath);
-    ASSERT_EQ(0, RunGetMultiTaskAppHistory(&rq.header, &rq.client, &rq.ctIn));
-    const HistoryRecordSwitch* sw = static_cast<const HistoryRecordSwitch*>(rq.ctIn.runOut);
-    EXPECT_EQ(101u, sw->channelId);
-    EXPECT_EQ(ENABLE_TYPE_OFF, sw->enableRecord);
-    cmdtest::Request other("/api/MultiTaskAppHistory?ChannelId=102", opts.socketPath);
-    ASSERT_EQ(0, RunGetMultiTaskAppHistory(&other.header, &other.client, &other.ctIn));
-    EXPECT_EQ(ENABLE_TYPE_ON, static_cast<const HistoryRecordSwitch*>(other.ctIn.runOut)->enableRecord);
-    cmdtest::Request di("/api/MultiTaskAppDisplayRecogInfos", opts.socketPath);
-    ASSERT_EQ(0, RunGetMultiTaskAppDisplayRecogInfos(&di.header, &di.client, &di.ctIn));
-    const auto* flags = static_cast<const VW_FACE_RECOGNITION_DL_METADATA_FILTER_PARA*>(di.ctIn.runOut);
-    EXPECT_EQ(ENABLE_TYPE_OFF, flags->city);
-    EXPECT_EQ(ENABLE_TYPE_ON, flags->province);
-}
 
 TEST_F(EmulatorTest, InvalidTimesAreRefusedWithFour) {
     int result = 0;

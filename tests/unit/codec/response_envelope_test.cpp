@@ -68,24 +68,23 @@ private:
     int savedFlag_ = 0;
 };
 
-TEST_F(ResponseEnvelope, EmptyRunOutGivesTheEnvelopeOfTheResult) {
+// With nothing in runOut the module writes the envelope of the result, the same text as the host's
+// own. A record in runOut is written whatever the result: the failing roads of the golden
+// transcript (tests/alloc) show it.
+TEST_F(ResponseEnvelope, EmptyRunOutGivesTheEnvelopeOfTheResultAsTheHostDoes) {
     for (const Mapping& m : kMappings) {
         BodyRecorder out(0);
         EXPECT_EQ(FormatCommonResponse<HistoryRecordSwitch>(&header_, m.result, &ctIn_, &out.buf), 0);
         EXPECT_EQ(out.body, Envelope(kUrl, m.result, m.text));
         EXPECT_TRUE(out.lengthMatchesText);
+        BodyRecorder host(0);
+        EXPECT_EQ(FormatCommonStatus(&header_, m.result, &ctIn_, &host.buf), 0);
+        EXPECT_EQ(host.body, out.body);
     }
-}
-
-TEST_F(ResponseEnvelope, RecordInRunOutIsWrittenWhateverTheResult) {
-    HistoryRecordSwitch record = {101, ENABLE_TYPE_ON};
-    ctIn_.runOut = &record;
-    for (VW_RESULT_TYPE result : {0, -1, 18, 20001}) {
-        BodyRecorder out(0);
-        EXPECT_EQ(FormatCommonResponse<HistoryRecordSwitch>(&header_, result, &ctIn_, &out.buf), 0);
-        EXPECT_EQ(out.body, R"({"channelId": 101, "enableRecord": 1})");
-    }
-    EXPECT_EQ(ctIn_.runOut, &record);  // the slot stays the host's
+    BodyRecorder refusing(-1);
+    EXPECT_EQ(FormatCommonStatus(&header_, 0, &ctIn_, &refusing.buf), -1);
+    EXPECT_EQ(FormatCommonStatus(nullptr, 0, &ctIn_, &refusing.buf), -1);
+    EXPECT_EQ(FormatCommonStatus(&header_, 0, &ctIn_, nullptr), -1);
 }
 
 TEST_F(ResponseEnvelope, OnlyMinusOneFromCopy2BufIsARefusal) {
@@ -134,24 +133,6 @@ TEST_F(ResponseEnvelope, NullArgumentsAreRefused) {
                         "] pstCtInt[" + Pointer(c.ctIn) + "] pstBuf[" + Pointer(c.buf) + "]");
     }
     EXPECT_EQ(out.calls, 0);
-}
-
-TEST_F(ResponseEnvelope, HostStatusMatchesTheModuleEnvelope) {
-    for (const Mapping& m : kMappings) {
-        BodyRecorder host(0);
-        EXPECT_EQ(FormatCommonStatus(&header_, m.result, &ctIn_, &host.buf), 0);
-        ZKAPI_RESPONSE response = FillResponseStatusParam(&header_, m.result);
-        EXPECT_EQ(response.ResponseStatus.StatusCode, m.result);
-        EXPECT_STREQ(response.ResponseStatus.StatusString, m.text);
-        char* module = json_encode(response);
-        ASSERT_NE(module, nullptr);
-        EXPECT_EQ(host.body, module);
-        free(module);
-    }
-    BodyRecorder refusing(-1);
-    EXPECT_EQ(FormatCommonStatus(&header_, 0, &ctIn_, &refusing.buf), -1);
-    EXPECT_EQ(FormatCommonStatus(nullptr, 0, &ctIn_, &refusing.buf), -1);
-    EXPECT_EQ(FormatCommonStatus(&header_, 0, &ctIn_, nullptr), -1);
 }
 
 TEST_F(ResponseEnvelope, RequestUrlIsCutToFit) {

@@ -37,13 +37,6 @@ std::vector<uint8_t> Bytes(const T& value) {
     return bytes;
 }
 
-template <typename T>
-T As(const std::vector<uint8_t>& bytes) {
-    T value{};
-    memcpy(&value, bytes.data(), std::min(sizeof(T), bytes.size()));
-    return value;
-}
-
 // Header, client and interchange record of one request; the slots are freed as the host would.
 struct RequestRecords {
     tagHTTP_HEADER_S header{};

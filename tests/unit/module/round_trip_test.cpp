@@ -1,4 +1,4 @@
-// Typed round trips: ProcMsg_Get / ProcMsg_Put through the service file system, ParseMsg on bodies.
+// Typed round trips: the failures before any message, ParseMsg from a fetched record.
 #include <cstring>
 #include <string>
 #include <vector>
@@ -34,55 +34,7 @@ TEST_F(RoundTripTest, MissingRecordOrInterchangeFailsBeforeAMessage) {
     EXPECT_TRUE(srvfs().Ioctls(kServiceName).empty());
 }
 
-// ---- ParseMsg: no transport involved ----
-
-struct BodyCase {
-    const char* body;
-    VW_RESULT_TYPE expected;
-    int32_t black;
-    int32_t white;
-};
-
-class ParseMsgTest : public ::testing::TestWithParam<BodyCase> {};
-
-TEST_P(ParseMsgTest, BuildsTheRecordFromTheBody) {
-    const BodyCase& c = GetParam();
-    RequestRecords request;
-    BodyBuffer content(c.body);
-    LogCapture log;
-    ASSERT_EQ(ParseMsg<_FaceRecPopUpPara>(&request.ctIn, &content.buf), c.expected) << c.body;
-    if (c.expected != 0) {
-        EXPECT_EQ(request.ctIn.parseOut, nullptr);
-        EXPECT_TRUE(log.Has(VKS_LOG_ERROR, "[LogVKSFrameWork]:Failed to json_decode"));
-        return;
-    }
-    ASSERT_NE(request.ctIn.parseOut, nullptr);
-    const _FaceRecPopUpPara* record = static_cast<const _FaceRecPopUpPara*>(request.ctIn.parseOut);
-    EXPECT_EQ(record->channelId, 101u);
-    EXPECT_EQ(record->blackPopUp, c.black);
-    EXPECT_EQ(record->whitePopUp, c.white);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Bodies, ParseMsgTest,
-    ::testing::Values(BodyCase{R"({"blackPopUp": true, "whitePopUp": 2.9})", 0, 1, 2},
-                      BodyCase{R"({"blackPopUp": -1.5})", 0, 0, 0},
-                      BodyCase{R"({"whitePopUp": "1"})", -1, 0, 0},
-                      BodyCase{R"({"whitePopUp": null})", 0, 0, 0}, BodyCase{"{}", 0, 0, 0},
-                      BodyCase{R"({"blackPopUp": 1.7, "whitePopUp": -3.5})", 0, 1, 0},
-                      BodyCase{R"({"whitePopUp": 5e10})", 0, 0, -1},       // saturates at 4294967295
-                      BodyCase{R"({"whitePopUp": 4294967297})", 0, 0, 1},  // low 32 bits
-                      BodyCase{R"({"blackPopUp": null, "whitePopUp": 1})", 0, 0, 1},
-                      BodyCase{R"({"blackPopUp": false, "other": "x"})", 0, 0, 0},
-                      BodyCase{R"({"blackPopUp": 1, "whitePopUp": [1]})", -1, 0, 0},
-                      BodyCase{R"({"blackPopUp": {}})", -1, 0, 0}, BodyCase{"not json", -1, 0, 0},
-                      BodyCase{"", -1, 0, 0}, BodyCase{"null", -1, 0, 0},
-                      // JSON without keys keeps the starting record
-                      BodyCase{"[1]", 0, 0, 0}, BodyCase{R"([{"blackPopUp": 1}])", 0, 0, 0},
-                      BodyCase{"7", 0, 0, 0},
-                      // integers above INT64_MAX reach the member clamped to INT64_MAX
-                      BodyCase{R"({"whitePopUp": 9223372036854775808})", 0, 0, -1}));
-
+// ParseMsg on bodies of every kind: the PopUps PUT roads of the golden transcript.
 TEST(ParseMsg, StartsFromTheFetchedRecord) {
     RequestRecords request;
     _FaceRecPopUpPara* fetched = static_cast<_FaceRecPopUpPara*>(malloc(sizeof(_FaceRecPopUpPara)));

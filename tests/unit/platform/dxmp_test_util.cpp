@@ -64,12 +64,6 @@ std::string Item(dxmp_message* msg, uint16_t type) {
     return std::string(static_cast<const char*>(value), length);
 }
 
-uint16_t Uri(dxmp_message* msg) {
-    uint16_t uri = 0;
-    memcpy(&uri, msg->pFixedHeader + DXMP_HDR_URI, sizeof(uri));
-    return uri;
-}
-
 SocketPair::SocketPair() {
     int fds[2] = {-1, -1};
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) == 0) {

@@ -27,7 +27,6 @@ MessagePtr BuildMessage(uint16_t uri, uint8_t method,
 std::vector<uint8_t> Encode(dxmp_message* msg);
 std::string Content(dxmp_message* msg);
 std::string Item(dxmp_message* msg, uint16_t type);  // "<absent>" when the message lacks it
-uint16_t Uri(dxmp_message* msg);
 
 // A connected AF_UNIX stream pair, closed on destruction.
 struct SocketPair {

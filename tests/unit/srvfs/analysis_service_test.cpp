@@ -78,7 +78,8 @@ std::vector<uint8_t> RequestBlock(const std::string& text, uint32_t msgCount = 1
     return block;
 }
 
-TEST_F(AnalysisServiceTest, PopUpPutIsStoredAndSurvivesARestart) {
+// That a PUT is stored and survives a restart is checked end to end (tests/integration).
+TEST_F(AnalysisServiceTest, PopUpPutIsAcknowledgedWithoutContentAndAShortOneRefused) {
     auto before = Record<_FaceRecPopUpPara>(Ask(RequestFrame(VKS_URI_FACE_REC_POPUP, DXMP_METHOD_GET, {})));
     EXPECT_EQ(101u, before.channelId);
     EXPECT_EQ(1, before.blackPopUp);
@@ -89,44 +90,15 @@ TEST_F(AnalysisServiceTest, PopUpPutIsStoredAndSurvivesARestart) {
     EXPECT_EQ(0, answer.result);
     EXPECT_EQ(0x83, answer.flagsMethod);
     EXPECT_TRUE(answer.content.empty());
-
-    srvfs().FileSystem().RemoveService(ANALYSIS_SERVICE_NAME);
-    store_.reset();
-    StartService();
-    auto after = Record<_FaceRecPopUpPara>(Ask(RequestFrame(VKS_URI_FACE_REC_POPUP, DXMP_METHOD_GET, {})));
-    EXPECT_EQ(0, after.blackPopUp);
-    EXPECT_EQ(-1, after.whitePopUp);
+    EXPECT_EQ(
+        -1,
+        Record<_FaceRecPopUpPara>(Ask(RequestFrame(VKS_URI_FACE_REC_POPUP, DXMP_METHOD_GET, {}))).whitePopUp);
 
     ParsedReply shortPut = Ask(RequestFrame(VKS_URI_FACE_REC_POPUP, DXMP_METHOD_PUT, {1, 2, 3}));
     EXPECT_EQ(ANALYSIS_RESULT_BAD_REQUEST, shortPut.result);
 }
 
-TEST_F(AnalysisServiceTest, EnableListSelectsByChannelAndGroup) {
-    struct Case {
-        uint64_t channel;
-        int32_t group;
-        std::vector<uint64_t> channels;
-    };
-    const Case cases[] = {
-        {0, 0, {101, 102, 201, 202}}, {201, 0, {201}}, {0, 2, {201, 202}}, {101, 2, {}}, {999, 0, {}},
-    };
-    std::vector<uint8_t> block = RequestBlock("GET /api/MultiTaskAppTaskModesEnableList");
-    for (const Case& c : cases) {
-        ParsedReply reply = Ask(EnableListRequest(c.channel, c.group, c.channel == 0 ? &block : nullptr));
-        EXPECT_EQ(0, reply.result);
-        auto list = Record<_VW_TasksEnableList_S>(reply);
-        ASSERT_EQ(c.channels.size(), list.taskNum) << c.channel << "/" << c.group;
-        for (size_t i = 0; i < c.channels.size(); ++i) {
-            EXPECT_EQ(c.channels[i], list.taskEnable[i].channelId);
-        }
-    }
-    auto first = Record<_VW_TasksEnableList_S>(Ask(EnableListRequest(101, 0, nullptr))).taskEnable[0];
-    EXPECT_EQ(1, first.faceDetection);
-    EXPECT_EQ(1, first.faceAttribute);
-    EXPECT_EQ(1, first.faceRecognition);
-    EXPECT_EQ(0, first.vehAttribute);
-}
-
+// Selection by channel and group, both ways, is checked end to end (tests/integration).
 TEST_F(AnalysisServiceTest, EnableListHoldsAtMost32Tasks) {
     for (int i = 0; i < 40; ++i) {
         _VW_TaskEnable_S task{};
