@@ -255,6 +255,12 @@ TEST_F(KitUnderLoad, DescriptorsRunningOutPauseAcceptingWithOneWarning) {
     double cpu = 100.0 * ticks / sysconf(_SC_CLK_TCK) / 2.0;
     EXPECT_LT(cpu, 5.0);
     printf("server CPU with descriptors exhausted: %.1f %%\n", cpu);
+    // One warning for the whole time descriptors stay exhausted. Once the clients close, the backlog
+    // of dead connections may exhaust them again for a moment: that is a new episode.
+    std::string out = server_.Output();
+    size_t first = out.find("accept failed");
+    EXPECT_NE(first, std::string::npos) << out;
+    EXPECT_EQ(out.find("accept failed", first + 1), std::string::npos) << "more than one warning:\n" << out;
     for (int fd : clients) {
         close(fd);
     }
@@ -264,10 +270,6 @@ TEST_F(KitUnderLoad, DescriptorsRunningOutPauseAcceptingWithOneWarning) {
         r = HttpRequest(port_, "GET", "/api/NoSuchResource");
     }
     EXPECT_EQ(r.status, 404);
-    std::string out = server_.Output();
-    size_t first = out.find("accept failed");
-    EXPECT_NE(first, std::string::npos) << out;
-    EXPECT_EQ(out.find("accept failed", first + 1), std::string::npos) << "more than one warning:\n" << out;
 }
 
 }  // namespace
