@@ -66,11 +66,16 @@ void SendText(struct evhttp_request* req, int code, const char* type, const std:
     evbuffer_free(out);
 }
 
-void SendFile(struct evhttp_request* req, const std::string& root, const std::string& relative) {
+void SendFile(struct evhttp_request* req, const std::string& root, const std::string& relative,
+              RefusalWriter refuse) {
     enum evhttp_cmd_type method = evhttp_request_get_command(req);
     if (method != EVHTTP_REQ_GET && method != EVHTTP_REQ_HEAD) {
         evhttp_add_header(evhttp_request_get_output_headers(req), "Allow", "GET, HEAD");
-        SendText(req, 405, "text/plain; charset=utf-8", "method not allowed\n");
+        if (refuse != nullptr) {
+            refuse(req, 405, "Method Not Allowed");
+        } else {
+            SendText(req, 405, "text/plain; charset=utf-8", "method not allowed\n");
+        }
         return;
     }
     std::ifstream in;
@@ -79,7 +84,11 @@ void SendFile(struct evhttp_request* req, const std::string& root, const std::st
         in.open(root + "/" + relative, std::ios::binary);
     }
     if (!in.is_open() || !(body << in.rdbuf())) {
-        SendText(req, 404, "text/plain; charset=utf-8", "not found: " + relative + "\n");
+        if (refuse != nullptr) {
+            refuse(req, 404, "Not Found");
+        } else {
+            SendText(req, 404, "text/plain; charset=utf-8", "not found: " + relative + "\n");
+        }
         return;
     }
     SendText(req, 200, ContentType(relative), body.str());

@@ -12,9 +12,14 @@ namespace vks_web {
 // The root compiled in: the source tree the kit was built from.
 std::string DefaultWebRoot();
 
+// Writes an answer for a request the file server refuses (404 no such file, 405 not GET or HEAD).
+using RefusalWriter = void (*)(struct evhttp_request* req, int code, const char* reason);
+
 // Sends root/relative with the content type of its extension. A path with a ".." segment, a missing
 // file or one that cannot be read gets 404. Only GET and HEAD are answered (405 otherwise).
-void SendFile(struct evhttp_request* req, const std::string& root, const std::string& relative);
+// refuse writes the 404 and 405 answers; without it they are plain text.
+void SendFile(struct evhttp_request* req, const std::string& root, const std::string& relative,
+              RefusalWriter refuse = nullptr);
 
 // The request's path, decoded, without the query; "" when it cannot be decoded.
 std::string RequestPath(struct evhttp_request* req);

@@ -86,6 +86,8 @@ TEST_F(ServerCore, RoutesByResourceAndMethodWithJsonErrors) {
         {"GET", std::string(kResource) + "?pad=" + std::string(1100, 'a'), 414},
         {"HEAD", "/api/NoSuchResource", 404},  // as GET, with the length of GET's body and no body
         {"HEAD", kResource, 200},
+        {"GET", "/docs/no-such-file.js", 404},  // the docs routes refuse like every other route
+        {"PUT", "/api/openapi.json", 405},
     };
     for (const Case& c : cases) {
         HttpResponse r = HttpRequest(port_, c.method, c.target);
@@ -104,7 +106,7 @@ TEST_F(ServerCore, RoutesByResourceAndMethodWithJsonErrors) {
             EXPECT_EQ(body.Str({"ResponseStatus", "RequestURL"}), c.target.substr(0, 255)) << r.body;
         }
         if (c.status == 405) {
-            EXPECT_EQ(HeaderValue(r, "Allow"), "GET, PUT");
+            EXPECT_EQ(HeaderValue(r, "Allow"), c.target == "/api/openapi.json" ? "GET, HEAD" : "GET, PUT");
         }
     }
 }
