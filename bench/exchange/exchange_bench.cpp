@@ -4,9 +4,12 @@
 //   command channel: GetCommon of the history switch against the emulator (one handle, reused), beside
 //     one request and reply of the same sizes over a unix socket with a peer that only answers.
 // Rounds alternate the sides; each side's time per exchange is that of its fastest round (the one
-// other processes on the shared machine disturbed least: the two sides live in different processes
-// and a medians' ratio swung by a factor of five from run to run). Prints
-// "metric <name> <value>" lines for bench/run.sh, the absolute times as context. Needs root.
+// other processes on the shared machine disturbed least). Everything runs on one CPU, the emulator
+// included: on two virtual CPUs each exchange's cost was decided by whether the peer's wake-up
+// crossed to the other CPU (an inter-processor interrupt, tens of microseconds in this VM), and a
+// ratio swung between 0.5 and 7 from run to run. On one CPU both sides pay the same context
+// switches and the ratio is the work each does. Prints "metric <name> <value>" lines for
+// bench/run.sh, the absolute times as context. Needs root.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <signal.h>
@@ -248,7 +251,7 @@ bool CommandRoad(const std::string& cmdSocket, const std::string& floorSocket) {
 }  // namespace
 
 int main() {
-    if (!EnterPrivateMountNamespace("exchange_bench")) {
+    if (!EnterPrivateMountNamespace("exchange_bench") || !StayOnOneCpu("exchange_bench")) {
         return 1;
     }
     vks_test::ScratchDir dir;

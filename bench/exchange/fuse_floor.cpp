@@ -61,10 +61,6 @@ void Read(fuse_req_t req, fuse_ino_t, size_t size, off_t, fuse_file_info* fi) {
     *done += n;
 }
 
-void Flush(fuse_req_t req, fuse_ino_t, fuse_file_info*) {
-    fuse_reply_err(req, 0);
-}
-
 void Release(fuse_req_t req, fuse_ino_t, fuse_file_info* fi) {
     delete reinterpret_cast<size_t*>(fi->fh);
     fuse_reply_err(req, 0);
@@ -81,7 +77,6 @@ bool FuseFloor::Mount(const std::string& dir, std::vector<uint8_t> reply) {
     ops.ioctl = Ioctl;
     ops.write = Write;
     ops.read = Read;
-    ops.flush = Flush;
     ops.release = Release;
     char name[] = "vks_fuse_floor";
     char* argv[] = {name, nullptr};

@@ -1,7 +1,7 @@
 // The least a service-file-system exchange can cost: a libfuse low-level file system with one file
-// that answers every request at once (open, ioctl, write, flush, release) and every read with the
-// same canned bytes. Every name not starting with a dot is that file. Served by one thread of this
-// process.
+// that answers every request at once (open, ioctl, write, release) and every read with the same
+// canned bytes. No flush, like the emulator: after the first close the kernel sends none. Every name
+// not starting with a dot is that file. Served by one thread of this process.
 #ifndef VKS_FUSE_FLOOR_H
 #define VKS_FUSE_FLOOR_H
 

@@ -22,6 +22,26 @@ bool EnterPrivateMountNamespace(const char* program) {
     return true;
 }
 
+bool StayOnOneCpu(const char* program) {
+    cpu_set_t allowed;
+    if (sched_getaffinity(0, sizeof(allowed), &allowed) == 0) {
+        for (int cpu = CPU_SETSIZE - 1; cpu >= 0; --cpu) {
+            if (CPU_ISSET(cpu, &allowed)) {
+                cpu_set_t one;
+                CPU_ZERO(&one);
+                CPU_SET(cpu, &one);
+                if (sched_setaffinity(0, sizeof(one), &one) == 0) {
+                    printf("%s: every process of this run on CPU %d\n", program, cpu);
+                    return true;
+                }
+                break;
+            }
+        }
+    }
+    fprintf(stderr, "%s: cannot bind to one CPU: %s\n", program, strerror(errno));
+    return false;
+}
+
 bool StartKit(const char* program, const vks_test::ScratchDir& dir,
               const std::vector<std::string>& emulatorArgs, vks_test::ChildProcess* emulator,
               const std::vector<std::string>& serverArgs, vks_test::ChildProcess* server, uint16_t* port) {

@@ -15,6 +15,10 @@ namespace vks_bench {
 // running at the same time. False (reason on stderr) when not root.
 bool EnterPrivateMountNamespace(const char* program);
 
+// Binds this process, and the processes and threads it starts from now on, to the last CPU it may
+// run on. False (reason on stderr) when that fails.
+bool StayOnOneCpu(const char* program);
+
 // The emulator (with emulatorArgs) and, when server is not null, the access server (serverArgs
 // added to --cmd-socket), on files in dir. False with the reason on stderr.
 bool StartKit(const char* program, const vks_test::ScratchDir& dir,
