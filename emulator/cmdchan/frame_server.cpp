@@ -86,8 +86,13 @@ FrameServer::~FrameServer() {
         (void)n;
         thread_.join();
     }
+    // Connection threads wait in recv(): shutting their sockets down ends those waits.
+    for (const std::unique_ptr<Connection>& conn : conns_) {
+        shutdown(conn->fd, SHUT_RDWR);
+    }
     for (const std::unique_ptr<Connection>& conn : conns_) {
         conn->thread.join();
+        close(conn->fd);
     }
     if (wakeFd_ >= 0) {
         close(wakeFd_);
@@ -120,6 +125,7 @@ void FrameServer::Reap() {
     for (auto it = conns_.begin(); it != conns_.end();) {
         if ((*it)->done) {
             (*it)->thread.join();
+            close((*it)->fd);
             it = conns_.erase(it);
         } else {
             ++it;
@@ -129,7 +135,8 @@ void FrameServer::Reap() {
 
 void FrameServer::Accept() {
     Reap();
-    int fd = accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    // Blocking: a connection's thread waits for the next request in recv(), one call per request.
+    int fd = accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
     if (fd < 0) {
         return;
     }
@@ -144,23 +151,19 @@ void FrameServer::Accept() {
     conns_.push_back(std::move(conn));
 }
 
+// The socket stays open until the thread is joined (Reap, or the destructor's shutdown()), so its
+// number cannot be reused under a shutdown() aimed at it.
 void FrameServer::ServeConnection(Connection* conn) {
-    for (;;) {
-        struct pollfd fds[2] = {{wakeFd_, POLLIN, 0}, {conn->fd, POLLIN, 0}};
-        if (poll(fds, 2, -1) < 0 && errno != EINTR) {
-            break;
-        }
-        if (fds[0].revents != 0 || (fds[1].revents != 0 && !Answer(conn->fd))) {
-            break;
-        }
+    cmdframe::FrameReader reader(cmdframe::kMaxRequestPayload);
+    while ((reader.Pending() != 0 || reader.Fill(conn->fd) == cmdframe::kIoOk) && Answer(conn->fd, &reader)) {
     }
-    close(conn->fd);
+    shutdown(conn->fd, SHUT_RDWR);  // the client learns at once that its connection was dropped
     conn->done = true;
 }
 
-bool FrameServer::Answer(int fd) {
+bool FrameServer::Answer(int fd, cmdframe::FrameReader* reader) {
     cmdframe::Request request;
-    if (cmdframe::ReadRequest(fd, &request, cmdframe::DeadlineAfter(kFrameTimeoutMs)) != cmdframe::kIoOk) {
+    if (reader->ReadRequest(fd, &request, cmdframe::DeadlineAfter(kFrameTimeoutMs)) != cmdframe::kIoOk) {
         return false;
     }
     cmdframe::Reply reply;

@@ -47,12 +47,12 @@ private:
     void Accept();
     void Reap();  // joins the threads of connections that ended
     void ServeConnection(Connection* conn);
-    bool Answer(int fd);  // false: drop the connection
+    bool Answer(int fd, cmdframe::FrameReader* reader);  // false: drop the connection
 
     std::string path_;
     FrameHandler handler_;
     int listenFd_ = -1;
-    int wakeFd_ = -1;  // readable once the server stops: every thread watches it
+    int wakeFd_ = -1;  // readable once the server stops: the accepting thread watches it
     dev_t socketDev_ = 0;
     ino_t socketIno_ = 0;  // the socket file this server made, the only one it removes
     std::list<std::unique_ptr<Connection>> conns_;  // the accepting thread's

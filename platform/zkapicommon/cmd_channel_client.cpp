@@ -1,13 +1,14 @@
 // Host side of the unix-socket command channel: one connection per handle, one exchange at a time.
 #include <errno.h>
 #include <fcntl.h>
-#include <poll.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <string>
@@ -20,7 +21,8 @@ struct tagUNIX_SOCKET_S {
     std::string path;
     int fd = -1;
     int timeoutMs = VW_CMD_TIMEOUT_DEFAULT_MS;
-    std::mutex mutex;  // a connection carries one exchange at a time
+    std::mutex mutex;                               // a connection carries one exchange at a time
+    std::unique_ptr<cmdframe::FrameReader> reader;  // made at the first exchange
 };
 
 #define CMD_LOG(fmt, ...) VW_WriteLog(0, 3, g_enDebugFlag, 0, __FILE__, __LINE__, (fmt), ##__VA_ARGS__)
@@ -32,13 +34,6 @@ void Disconnect(tagUNIX_SOCKET_S* sock) {
         close(sock->fd);
         sock->fd = -1;
     }
-}
-
-// A connection whose peer has gone (server restarted, idle connection dropped) reads as end of file
-// or hangs up; anything else readable between exchanges is stray data, so the stream is dropped too.
-bool PeerGone(int fd) {
-    struct pollfd pfd = {fd, POLLIN, 0};
-    return poll(&pfd, 1, 0) != 0;
 }
 
 cmdframe::IoStatus Connect(tagUNIX_SOCKET_S* sock, int64_t deadlineMs) {
@@ -53,20 +48,35 @@ cmdframe::IoStatus Connect(tagUNIX_SOCKET_S* sock, int64_t deadlineMs) {
     if (fd < 0) {
         return cmdframe::kIoError;
     }
-    if (connect(fd, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) != 0) {
-        // A full backlog answers EAGAIN on a non-blocking unix socket: retry until the deadline.
-        while (errno == EAGAIN && cmdframe::NowMs() < deadlineMs) {
-            usleep(1000);
-            if (connect(fd, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) == 0) {
-                sock->fd = fd;
-                return cmdframe::kIoOk;
-            }
-        }
+    bool connected = connect(fd, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) == 0;
+    // A full backlog answers EAGAIN on a non-blocking unix socket: retry until the deadline.
+    while (!connected && errno == EAGAIN && cmdframe::NowMs() < deadlineMs) {
+        usleep(1000);
+        connected = connect(fd, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) == 0;
+    }
+    // Connected, the socket blocks, at most the handle's time-out: a reply that comes at once is
+    // then read with one call, not a failed read, a poll and a read again.
+    struct timeval wait = {sock->timeoutMs / 1000, (sock->timeoutMs % 1000) * 1000};
+    if (!connected || fcntl(fd, F_SETFL, 0) != 0 ||
+        setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof(wait)) != 0) {
+        cmdframe::IoStatus st = !connected && errno == EAGAIN ? cmdframe::kIoTimeout : cmdframe::kIoError;
         close(fd);
-        return errno == EAGAIN ? cmdframe::kIoTimeout : cmdframe::kIoError;
+        return st;
     }
     sock->fd = fd;
+    sock->reader->Reset();
     return cmdframe::kIoOk;
+}
+
+// The reply, read through the handle's buffer. Bytes past it were sent unasked: the stream is no
+// longer in step with the exchanges.
+cmdframe::IoStatus ReadReply(tagUNIX_SOCKET_S* sock, uint16_t op, cmdframe::Reply* reply,
+                             int64_t deadlineMs) {
+    cmdframe::IoStatus st = sock->reader->Fill(sock->fd);
+    if (st == cmdframe::kIoOk) {
+        st = sock->reader->ReadReply(sock->fd, op, reply, deadlineMs);
+    }
+    return st == cmdframe::kIoOk && sock->reader->Pending() != 0 ? cmdframe::kIoMalformed : st;
 }
 
 cmdframe::IoStatus SendOnce(tagUNIX_SOCKET_S* sock, const cmdframe::OutgoingRequest& request,
@@ -87,18 +97,20 @@ cmdframe::IoStatus Exchange(tagUNIX_SOCKET_S* sock, const cmdframe::OutgoingRequ
                             cmdframe::Reply* reply) {
     std::lock_guard<std::mutex> lock(sock->mutex);
     int64_t deadlineMs = cmdframe::DeadlineAfter(sock->timeoutMs);
-    if (sock->fd >= 0 && PeerGone(sock->fd)) {
-        Disconnect(sock);
+    if (!sock->reader) {
+        sock->reader.reset(new cmdframe::FrameReader(
+            std::max(cmdframe::ReplyLimit(cmdframe::kOpGet), cmdframe::ReplyLimit(cmdframe::kOpMsg))));
     }
     bool reused = false;
     cmdframe::IoStatus st = SendOnce(sock, request, deadlineMs, &reused);
     if (st == cmdframe::kIoError && reused) {
-        // The peer closed the idle connection between our check and the write: one fresh attempt.
+        // The peer closed the idle connection (restarted, or dropped it): the write failed with
+        // EPIPE before anything went out. One fresh attempt.
         Disconnect(sock);
         st = SendOnce(sock, request, deadlineMs, &reused);
     }
     if (st == cmdframe::kIoOk) {
-        st = cmdframe::ReadReply(sock->fd, request.op, reply, deadlineMs);
+        st = ReadReply(sock, request.op, reply, deadlineMs);
     }
     if (st != cmdframe::kIoOk) {
         CMD_LOG("[CMDCHAN]:%s cmd[%u] op[%u] failed: %s", sock->path.c_str(), request.cmd, request.op,

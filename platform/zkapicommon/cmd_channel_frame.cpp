@@ -91,19 +91,6 @@ IoStatus WriteFrame(int fd, const unsigned char* header, const void* payload, si
     return WriteAll(fd, static_cast<const unsigned char*>(payload) + done, length - done, deadlineMs);
 }
 
-IoStatus ReadPayload(int fd, uint32_t length, uint32_t limit, std::vector<unsigned char>* payload,
-                     int64_t deadlineMs) {
-    if (length > limit) {
-        return kIoTooLong;
-    }
-    payload->assign(length, 0);
-    if (length == 0) {
-        return kIoOk;
-    }
-    IoStatus st = ReadAll(fd, payload->data(), length, deadlineMs);
-    return st == kIoClosed ? kIoError : st;
-}
-
 }  // namespace
 
 uint32_t ReplyLimit(uint16_t op) {
@@ -205,12 +192,67 @@ IoStatus WriteRequest(int fd, const OutgoingRequest& request, int64_t deadlineMs
     return WriteFrame(fd, header, request.payload, request.length, deadlineMs);
 }
 
-IoStatus ReadRequest(int fd, Request* request, int64_t deadlineMs) {
+IoStatus WriteReply(int fd, const Reply& reply, int64_t deadlineMs) {
     unsigned char header[kHeaderLen];
-    IoStatus st = ReadAll(fd, header, kHeaderLen, deadlineMs);
+    EncodeHeader(header, kReplyMagic, reply.op, 0, static_cast<uint32_t>(reply.result),
+                 static_cast<uint32_t>(reply.payload.size()));
+    return WriteFrame(fd, header, reply.payload.data(), reply.payload.size(), deadlineMs);
+}
+
+IoStatus FrameReader::Fill(int fd) {
+    ssize_t n = recv(fd, buf_.data() + have_, buf_.size() - have_, 0);
+    if (n > 0) {
+        have_ += static_cast<size_t>(n);
+        return kIoOk;
+    }
+    if (n == 0) {
+        return have_ == 0 ? kIoClosed : kIoError;
+    }
+    return errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK ? kIoOk : kIoError;
+}
+
+IoStatus FrameReader::ReadAtLeast(int fd, size_t want, int64_t deadlineMs) {
+    while (have_ < want) {
+        ssize_t n = recv(fd, buf_.data() + have_, buf_.size() - have_, MSG_DONTWAIT);
+        if (n > 0) {
+            have_ += static_cast<size_t>(n);
+        } else if (n == 0) {
+            return have_ == 0 ? kIoClosed : kIoError;
+        } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            IoStatus st = WaitReady(fd, POLLIN, deadlineMs);
+            if (st != kIoOk) {
+                return st;
+            }
+        } else if (errno != EINTR) {
+            return kIoError;
+        }
+    }
+    return kIoOk;
+}
+
+// Takes the payload of the frame whose header heads the buffer and drops the frame from it.
+IoStatus FrameReader::ReadPayload(int fd, uint32_t length, uint32_t limit,
+                                  std::vector<unsigned char>* payload, int64_t deadlineMs) {
+    if (length > limit) {
+        return kIoTooLong;
+    }
+    IoStatus st = ReadAtLeast(fd, kHeaderLen + length, deadlineMs);
+    if (st != kIoOk) {
+        return st == kIoClosed ? kIoError : st;
+    }
+    const unsigned char* start = buf_.data() + kHeaderLen;
+    payload->assign(start, start + length);
+    have_ -= kHeaderLen + length;
+    memmove(buf_.data(), start + length, have_);
+    return kIoOk;
+}
+
+IoStatus FrameReader::ReadRequest(int fd, Request* request, int64_t deadlineMs) {
+    IoStatus st = ReadAtLeast(fd, kHeaderLen, deadlineMs);
     if (st != kIoOk) {
         return st;
     }
+    const unsigned char* header = buf_.data();
     uint16_t op = GetU16(header + 4);
     if (GetU32(header) != kRequestMagic || (op != kOpGet && op != kOpSet && op != kOpMsg)) {
         return kIoMalformed;
@@ -221,25 +263,28 @@ IoStatus ReadRequest(int fd, Request* request, int64_t deadlineMs) {
     return ReadPayload(fd, GetU32(header + 12), kMaxRequestPayload, &request->payload, deadlineMs);
 }
 
-IoStatus WriteReply(int fd, const Reply& reply, int64_t deadlineMs) {
-    unsigned char header[kHeaderLen];
-    EncodeHeader(header, kReplyMagic, reply.op, 0, static_cast<uint32_t>(reply.result),
-                 static_cast<uint32_t>(reply.payload.size()));
-    return WriteFrame(fd, header, reply.payload.data(), reply.payload.size(), deadlineMs);
-}
-
-IoStatus ReadReply(int fd, uint16_t op, Reply* reply, int64_t deadlineMs) {
-    unsigned char header[kHeaderLen];
-    IoStatus st = ReadAll(fd, header, kHeaderLen, deadlineMs);
+IoStatus FrameReader::ReadReply(int fd, uint16_t op, Reply* reply, int64_t deadlineMs) {
+    IoStatus st = ReadAtLeast(fd, kHeaderLen, deadlineMs);
     if (st != kIoOk) {
         return st;
     }
+    const unsigned char* header = buf_.data();
     if (GetU32(header) != kReplyMagic || GetU16(header + 4) != op) {
         return kIoMalformed;
     }
     reply->op = op;
     reply->result = static_cast<int32_t>(GetU32(header + 8));
     return ReadPayload(fd, GetU32(header + 12), ReplyLimit(op), &reply->payload, deadlineMs);
+}
+
+IoStatus ReadRequest(int fd, Request* request, int64_t deadlineMs) {
+    FrameReader reader(kMaxRequestPayload);
+    return reader.ReadRequest(fd, request, deadlineMs);
+}
+
+IoStatus ReadReply(int fd, uint16_t op, Reply* reply, int64_t deadlineMs) {
+    FrameReader reader(ReplyLimit(op));
+    return reader.ReadReply(fd, op, reply, deadlineMs);
 }
 
 }  // namespace cmdframe

@@ -69,10 +69,38 @@ int64_t DeadlineAfter(int timeoutMs);
 IoStatus WriteAll(int fd, const void* data, size_t len, int64_t deadlineMs);
 IoStatus ReadAll(int fd, void* data, size_t len, int64_t deadlineMs);
 
+// Reads frames from one stream through a buffer as large as the longest frame, so that a frame
+// that is already there costs one read however long it is. Bytes read past a frame stay for the
+// next one.
+class FrameReader {
+public:
+    explicit FrameReader(uint32_t maxPayload) : buf_(kHeaderLen + maxPayload) {}
+
+    // One read of whatever the peer sent, waiting in the kernel when the descriptor blocks (the
+    // caller bounds that wait: SO_RCVTIMEO, or shutdown() from another thread). kIoOk also when
+    // the read was interrupted or timed out: the Read* call that follows waits with the deadline.
+    IoStatus Fill(int fd);
+    // Completes the next request frame within the deadline.
+    IoStatus ReadRequest(int fd, Request* request, int64_t deadlineMs);
+    // Completes the reply to a request of operation op: a reply for another operation is malformed.
+    IoStatus ReadReply(int fd, uint16_t op, Reply* reply, int64_t deadlineMs);
+    // Bytes buffered past the frames read so far, and dropping them (a new connection).
+    size_t Pending() const { return have_; }
+    void Reset() { have_ = 0; }
+
+private:
+    IoStatus ReadAtLeast(int fd, size_t want, int64_t deadlineMs);
+    IoStatus ReadPayload(int fd, uint32_t length, uint32_t limit, std::vector<unsigned char>* payload,
+                         int64_t deadlineMs);
+
+    std::vector<unsigned char> buf_;
+    size_t have_ = 0;
+};
+
 IoStatus WriteRequest(int fd, const OutgoingRequest& request, int64_t deadlineMs);
-IoStatus ReadRequest(int fd, Request* request, int64_t deadlineMs);
 IoStatus WriteReply(int fd, const Reply& reply, int64_t deadlineMs);
-// Reads the reply to a request of operation op: a reply for another operation is malformed.
+// One frame from a stream that carries nothing else (whatever follows it is dropped).
+IoStatus ReadRequest(int fd, Request* request, int64_t deadlineMs);
 IoStatus ReadReply(int fd, uint16_t op, Reply* reply, int64_t deadlineMs);
 
 }  // namespace cmdframe
