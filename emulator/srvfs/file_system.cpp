@@ -1,14 +1,15 @@
-// Mounting, serving and unmounting. The loop is our own (poll on the FUSE device and a stop event)
-// rather than fuse_session_loop, so that stopping never depends on the kernel aborting the
-// connection: a client that still holds a service file open cannot keep the server alive.
+// Mounting, serving and unmounting. The loop is our own rather than fuse_session_loop, so that
+// stopping never depends on the kernel aborting the connection: a client that still holds a
+// service file open cannot keep the server alive. It waits in read() on the FUSE device, one system
+// call per request; stopping interrupts that read with a signal (see Unmount).
 #include "srvfs/file_system.h"
 
 #include <errno.h>
 #include <fcntl.h>
-#include <poll.h>
+#include <pthread.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <vector>
@@ -18,6 +19,23 @@
 #include "srvfs/mount_point.h"
 
 namespace srvfs {
+namespace {
+
+// Interrupts the loop's read of the FUSE device. Its handler does nothing; installed without
+// SA_RESTART, it makes the read fail with EINTR. Only the loop thread takes it.
+const int kWakeSignal = SIGUSR2;
+
+void Nothing(int) {}
+
+void InstallWakeHandler() {
+    struct sigaction action;
+    memset(&action, 0, sizeof(action));
+    action.sa_handler = Nothing;
+    sigemptyset(&action.sa_mask);
+    sigaction(kWakeSignal, &action, nullptr);
+}
+
+}  // namespace
 
 std::unique_ptr<FileSystem> FileSystem::Mount(const MountOptions& options, std::string* error) {
     std::string note;
@@ -42,11 +60,7 @@ std::unique_ptr<FileSystem> FileSystem::Mount(const MountOptions& options, std::
         fs->session_ = nullptr;
         return nullptr;
     }
-    fs->stopFd_ = eventfd(0, EFD_CLOEXEC);
-    if (fs->stopFd_ < 0) {
-        *error = std::string("eventfd: ") + strerror(errno);
-        return nullptr;  // the destructor unmounts
-    }
+    InstallWakeHandler();
     fs->loop_ = std::thread(&FileSystem::Loop, fs.get());
     if (!fs->SelfCheck(error)) {
         return nullptr;
@@ -84,20 +98,13 @@ FileSystem::~FileSystem() {
 }
 
 void FileSystem::Loop() {
+    sigset_t wake;
+    sigemptyset(&wake);
+    sigaddset(&wake, kWakeSignal);
+    pthread_sigmask(SIG_UNBLOCK, &wake, nullptr);
     fuse_buf buf;
     memset(&buf, 0, sizeof(buf));
-    int deviceFd = fuse_session_fd(session_);
-    while (!fuse_session_exited(session_)) {
-        pollfd fds[2] = {{deviceFd, POLLIN, 0}, {stopFd_, POLLIN, 0}};
-        if (poll(fds, 2, -1) < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            break;
-        }
-        if (fds[1].revents != 0) {
-            break;
-        }
+    while (!stop_ && !fuse_session_exited(session_)) {
         int res = fuse_session_receive_buf(session_, &buf);
         if (res == -EINTR || res == -EAGAIN) {
             continue;
@@ -108,6 +115,7 @@ void FileSystem::Loop() {
         fuse_session_process_buf(session_, &buf);
     }
     free(buf.mem);
+    loopDone_ = true;
 }
 
 void FileSystem::Unmount() {
@@ -115,9 +123,13 @@ void FileSystem::Unmount() {
         return;
     }
     if (loop_.joinable()) {
-        uint64_t one = 1;
-        ssize_t ignored = write(stopFd_, &one, sizeof(one));
-        (void)ignored;
+        // A signal that lands just before the loop enters read() interrupts nothing: repeat it
+        // until the loop has seen the stop.
+        stop_ = true;
+        while (!loopDone_) {
+            pthread_kill(loop_.native_handle(), kWakeSignal);
+            usleep(1000);
+        }
         loop_.join();
     }
     // Reads still parked get an answer while the kernel still listens; then nothing runs any more.
@@ -125,10 +137,6 @@ void FileSystem::Unmount() {
     fuse_session_unmount(session_);
     fuse_session_destroy(session_);
     session_ = nullptr;
-    if (stopFd_ >= 0) {
-        close(stopFd_);
-        stopFd_ = -1;
-    }
 }
 
 bool FileSystem::AddService(const std::string& name, std::shared_ptr<Service> service) {

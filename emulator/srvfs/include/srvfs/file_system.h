@@ -4,6 +4,7 @@
 #ifndef SRVFS_FILE_SYSTEM_H
 #define SRVFS_FILE_SYSTEM_H
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <thread>
@@ -52,7 +53,8 @@ private:
     std::shared_ptr<detail::Core> core_;
     fuse_session* session_ = nullptr;
     std::string mountPoint_;
-    int stopFd_ = -1;
+    std::atomic<bool> stop_{false};
+    std::atomic<bool> loopDone_{false};
     std::thread loop_;
 };
 
