@@ -35,6 +35,7 @@ struct Connection {
     FrameSplitter input;
     std::vector<uint8_t> output;  // reply bytes not read yet, from outputPos on
     size_t outputPos = 0;
+    size_t frameLeft = 0;  // bytes of the reply frame being read that no read has taken yet
     std::deque<PendingRead> reads;
     fuse_pollhandle* poll = nullptr;
 

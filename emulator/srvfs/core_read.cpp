@@ -6,18 +6,34 @@
 #include <chrono>
 
 #include "core.h"
+#include "dxmp_message.h"
 
 namespace srvfs {
 namespace detail {
 
+// Where the reply frame starting at the read position ends: its declared length, or all that is
+// there when the bytes do not start a frame (a service's garbage is read as a plain stream).
+size_t FrameLengthAt(const Connection& conn) {
+    uint32_t length = 0;
+    bool frame = conn.Available() >= DXMP_FIXED_HEADER_LEN &&
+                 dxmp_frame_length(conn.output.data() + conn.outputPos, &length) == 0;
+    return frame ? length : conn.Available();
+}
+
+// A read never crosses from one reply frame into the next: a reader with a buffer as large as the
+// frame gets it whole with one call, and the next frame stays for the next read.
 bool Core::AnswerLocked(Connection& conn, fuse_req_t req, size_t size) {
     size_t available = conn.Available();
     if (available == 0) {
         return false;
     }
-    size_t count = std::min(size, available);
+    if (conn.frameLeft == 0) {
+        conn.frameLeft = FrameLengthAt(conn);
+    }
+    size_t count = std::min({size, available, conn.frameLeft});
     fuse_reply_buf(req, reinterpret_cast<const char*>(conn.output.data() + conn.outputPos), count);
     conn.outputPos += count;
+    conn.frameLeft -= count;
     if (conn.outputPos == conn.output.size()) {
         conn.output.clear();
         conn.outputPos = 0;

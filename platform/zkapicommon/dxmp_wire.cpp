@@ -2,8 +2,11 @@
 // length u16, value), then the content; little-endian, at most DXMP_MAX_FRAME_LEN bytes and
 // DXMP_MAX_ITEMS items. A reader checks every declared length before it allocates anything.
 #include <errno.h>
+#include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "dxmp_message_impl.h"
 #include "fd_io.h"
@@ -161,33 +164,75 @@ int dxmp_message_sendfd(dxmp_message* msg, int fd) {
     return rc;
 }
 
+namespace {
+
+// Large enough for every reply of the module's resources in one read.
+const size_t kFirstReadLen = 4096;
+
+// The service file system keeps each reply frame whole: a read returns bytes of one frame only, all
+// of it when the buffer is large enough. On its files one read takes a whole reply; a stream (pipe,
+// socket) is read exactly, fixed header first, so that the frame after it stays in the stream.
+// The type comes from the attributes the kernel holds (AT_STATX_DONT_SYNC): fstat() would ask the
+// file system again after every write, a round trip as dear as the read it spares.
+bool KeepsFrames(int fd) {
+    struct statx stx;
+    if (statx(fd, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, STATX_TYPE, &stx) == 0) {
+        return S_ISREG(stx.stx_mode);
+    }
+    struct stat st;
+    return errno == ENOSYS && fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
+}
+
+// The first bytes of a frame: up to sizeof(*first) of a frame-keeping file, else the fixed header.
+ssize_t ReadFirst(int fd, uint8_t (*first)[kFirstReadLen]) {
+    if (!KeepsFrames(fd)) {
+        return FdReadFull(fd, *first, DXMP_FIXED_HEADER_LEN);
+    }
+    ssize_t n;
+    do {
+        n = read(fd, *first, sizeof(*first));
+    } while (n < 0 && errno == EINTR);
+    if (n <= 0 || n >= static_cast<ssize_t>(DXMP_FIXED_HEADER_LEN)) {
+        return n;
+    }
+    ssize_t more = FdReadFull(fd, *first + n, DXMP_FIXED_HEADER_LEN - static_cast<size_t>(n));
+    return more < 0 ? more : n + more;
+}
+
+}  // namespace
+
 int dxmp_message_recvfd(dxmp_message* msg, int fd) {
     if (msg == nullptr) {
         errno = EINVAL;
         return -1;
     }
-    uint8_t header[DXMP_FIXED_HEADER_LEN];
-    ssize_t n = FdReadFull(fd, header, sizeof(header));
-    if (n != static_cast<ssize_t>(sizeof(header))) {
-        if (n >= 0) {
-            errno = n == 0 ? ENODATA : EPROTO;  // clean end of stream, or a frame cut short
+    uint8_t first[kFirstReadLen];
+    ssize_t got = ReadFirst(fd, &first);
+    if (got < static_cast<ssize_t>(DXMP_FIXED_HEADER_LEN)) {
+        if (got >= 0) {
+            errno = got == 0 ? ENODATA : EPROTO;  // clean end of stream, or a frame cut short
         }
         return -1;
     }
     uint32_t frameLength = 0;
-    int why = CheckFixedHeader(header, &frameLength);
-    if (why != 0) {
-        errno = why;  // refused before anything is allocated or read beyond the fixed header
+    int why = CheckFixedHeader(first, &frameLength);
+    if (why != 0 || static_cast<size_t>(got) > frameLength) {
+        errno = why != 0 ? why : EPROTO;  // refused before anything is allocated or read further
         return -1;
+    }
+    if (static_cast<size_t>(got) == frameLength) {
+        int rc = dxmp_message_decode(msg, first, frameLength);
+        errno = rc != 0 ? EPROTO : errno;
+        return rc;
     }
     auto* frame = static_cast<uint8_t*>(malloc(frameLength));
     if (frame == nullptr) {
         errno = ENOMEM;
         return -1;
     }
-    memcpy(frame, header, sizeof(header));
-    size_t rest = frameLength - sizeof(header);
-    n = FdReadFull(fd, frame + sizeof(header), rest);
+    memcpy(frame, first, static_cast<size_t>(got));
+    size_t rest = frameLength - static_cast<size_t>(got);
+    ssize_t n = FdReadFull(fd, frame + got, rest);
     int rc = -1;
     if (n == static_cast<ssize_t>(rest)) {
         rc = dxmp_message_decode(msg, frame, frameLength);
