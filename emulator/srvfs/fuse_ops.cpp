@@ -61,10 +61,6 @@ void OpGetattr(fuse_req_t req, fuse_ino_t ino, fuse_file_info* /*fi*/) {
     fuse_reply_attr(req, &st, kNameCacheSeconds);
 }
 
-void OpAccess(fuse_req_t req, fuse_ino_t ino, int /*mask*/) {
-    fuse_reply_err(req, Exists(req, ino) ? 0 : ENOENT);
-}
-
 // Every handler takes what it needs from req before replying: a reply frees the request.
 void OpOpen(fuse_req_t req, fuse_ino_t ino, fuse_file_info* fi) {
     uint64_t connId = 0;
@@ -179,7 +175,10 @@ fuse_lowlevel_ops MakeOps() {
     memset(&ops, 0, sizeof(ops));
     ops.lookup = OpLookup;
     ops.getattr = OpGetattr;
-    ops.access = OpAccess;
+    // No access: libfuse answers the first one ENOSYS and from then on the kernel decides from the
+    // attributes it holds, as for flush. Whether a service exists is the lookup's answer, which
+    // removing a service invalidates, so access() of a removed one still fails with ENOENT; and
+    // the asynchronous road's access() before each open costs no round trip.
     ops.open = OpOpen;
     ops.read = OpRead;
     ops.write = OpWrite;
