@@ -7,8 +7,8 @@
 #include <event2/http.h>
 #include <event2/http_struct.h>
 #include <event2/thread.h>
+#include <fcntl.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -134,22 +134,35 @@ void SendAnswer(RequestCtx* ctx) {
     ctx->req = nullptr;
 }
 
-// Takes the awaited reply from fd (readable false: the wait timed out) and gives up the
-// registration either way. True when Recv is to run on the reply, false when the request fails.
-bool TakeReply(PhaseRequest* p, int fd, bool readable) {
-    dxmp_message* msg = nullptr;
-    if (readable) {
-        msg = dxmp_message_new(0);
-        if (msg != nullptr && dxmp_message_recvfd(msg, fd) != 0) {
-            HOST_LOG(3, "no valid reply on fd %d for %s", fd, p->header.szReqUrl);
-            dxmp_message_put(msg);
-            msg = nullptr;
-        }
-    } else {
-        HOST_LOG(3, "reply timed out on fd %d for %s", fd, p->header.szReqUrl);
-        p->replyTimedOut = true;
+// What reading the awaited reply gave: the reply, nothing yet (the read would have waited), or a
+// descriptor that carried no valid reply.
+enum class ReplyRead { kTaken, kNotYet, kFailed };
+
+// Reads the reply from fd into *msg. With wait false the descriptor is non-blocking for this one
+// read, so a reply that is not there yet costs what a readiness check would, and nothing is read.
+ReplyRead ReadAwaitedReply(int fd, bool wait, dxmp_message** msg) {
+    int flags = wait ? 0 : fcntl(fd, F_GETFL);
+    if (!wait && (flags < 0 || fcntl(fd, F_SETFL, flags | O_NONBLOCK) != 0)) {
+        return ReplyRead::kNotYet;  // the loop waits for it instead
     }
-    CancelRegistration(p);  // the descriptor and our request reference are done with either way
+    *msg = dxmp_message_new(0);
+    int rc = *msg != nullptr ? dxmp_message_recvfd(*msg, fd) : -1;
+    bool notYet = rc != 0 && !wait && errno == EAGAIN;  // a frame cut short is EPROTO, never EAGAIN
+    if (!wait) {
+        fcntl(fd, F_SETFL, flags);
+    }
+    if (rc == 0) {
+        return ReplyRead::kTaken;
+    }
+    dxmp_message_put(*msg);
+    *msg = nullptr;
+    return notYet ? ReplyRead::kNotYet : ReplyRead::kFailed;
+}
+
+// Gives up the registration (the descriptor and our request reference are done with either way)
+// and keeps a reply for Recv. True when Recv is to run on it, false when the request fails.
+bool SettleReply(PhaseRequest* p, dxmp_message* msg) {
+    CancelRegistration(p);
     if (msg == nullptr) {
         p->result = VW_FAILED;
         return false;
@@ -158,11 +171,16 @@ bool TakeReply(PhaseRequest* p, int fd, bool readable) {
     return true;
 }
 
-// A service that answers at once has its reply there before Run returns. Taking it on the same
-// worker spares two trips through the loop (parking, then the reply's wake-up) and their events.
-bool ReplyAlreadyThere(int fd) {
-    struct pollfd pfd = {fd, POLLIN, 0};
-    return poll(&pfd, 1, 0) == 1 && (pfd.revents & POLLIN) != 0;
+// Loop thread: the awaited reply is readable on fd, or (readable false) the wait timed out.
+bool TakeReply(PhaseRequest* p, int fd, bool readable) {
+    dxmp_message* msg = nullptr;
+    if (!readable) {
+        HOST_LOG(3, "reply timed out on fd %d for %s", fd, p->header.szReqUrl);
+        p->replyTimedOut = true;
+    } else if (ReadAwaitedReply(fd, true, &msg) != ReplyRead::kTaken) {
+        HOST_LOG(3, "no valid reply on fd %d for %s", fd, p->header.szReqUrl);
+    }
+    return SettleReply(p, msg);
 }
 
 // Worker thread: the phases of the request's current stage, then back to the loop.
@@ -172,12 +190,19 @@ void PhaseJob(void* arg) {
     if (ctx->stage == Stage::kFront) {
         RunFrontPhases(p);
         if (AwaitsReply(*p)) {
-            if (!ReplyAlreadyThere(p->asyncFd)) {
+            // A service that answers at once has its reply there before Run returns. Taking it on
+            // the same worker spares two trips through the loop (parking, then the reply's wake-up).
+            dxmp_message* msg = nullptr;
+            ReplyRead early = ReadAwaitedReply(p->asyncFd, false, &msg);
+            if (early == ReplyRead::kNotYet) {
                 ctx->stage = Stage::kAwaitReply;
                 event_active(ctx->done, EV_READ, 0);
                 return;
             }
-            if (TakeReply(p, p->asyncFd, true)) {
+            if (early == ReplyRead::kFailed) {
+                HOST_LOG(3, "no valid reply on fd %d for %s", p->asyncFd, p->header.szReqUrl);
+            }
+            if (SettleReply(p, msg)) {
                 RunRecvPhase(p);
             }
         } else {

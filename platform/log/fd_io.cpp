@@ -12,6 +12,9 @@ ssize_t FdReadFull(int fd, void* buf, size_t length) {
         if (n < 0 && errno == EINTR) {
             continue;
         }
+        if (n < 0 && done > 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            break;  // a non-blocking descriptor ran dry mid-way: what was read is gone from it
+        }
         if (n < 0) {
             return -1;
         }

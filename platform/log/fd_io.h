@@ -7,7 +7,8 @@
 #include <sys/types.h>
 
 // Reads until length bytes are in buf, end of file, or an error other than EINTR. Returns the number
-// of bytes read (less than length only at end of file), or -1 with errno.
+// of bytes read (less than length only at end of file, or when a non-blocking descriptor ran dry
+// after some bytes), or -1 with errno (EAGAIN: a non-blocking descriptor had nothing).
 ssize_t FdReadFull(int fd, void* buf, size_t length);
 
 // Writes all length bytes, retrying short writes and EINTR. A socket whose peer has gone fails with

@@ -196,7 +196,7 @@ ssize_t ReadFirst(int fd, uint8_t (*first)[kFirstReadLen]) {
         return n;
     }
     ssize_t more = FdReadFull(fd, *first + n, DXMP_FIXED_HEADER_LEN - static_cast<size_t>(n));
-    return more < 0 ? more : n + more;
+    return more < 0 && errno != EAGAIN && errno != EWOULDBLOCK ? more : n + (more > 0 ? more : 0);
 }
 
 }  // namespace
@@ -240,7 +240,8 @@ int dxmp_message_recvfd(dxmp_message* msg, int fd) {
             errno = EPROTO;
         }
     } else if (n >= 0) {
-        errno = EPROTO;
+        errno =
+            EPROTO;  // a frame cut short (on a non-blocking descriptor too: EAGAIN means nothing was read)
     }
     int savedErrno = errno;
     free(frame);
