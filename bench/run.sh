@@ -33,19 +33,33 @@ BEGIN {
   goal["scale_answered_right"] = ">= 1"; goal["scale_kb_per_parked_request"] = "<= 16"
   goal["scale_wall/bound"] = "<= 1.5"
 }
-$1 == "metric" { if (!($2 in n)) order[++names] = $2; v[$2, ++n[$2]] = $3 }
+# "metric NAME VALUE [floor=NUMBERunit]": the floor the ratio was taken against, in that run.
+$1 == "metric" {
+  if (!($2 in n)) order[++names] = $2
+  v[$2, ++n[$2]] = $3
+  if ($4 ~ /^floor=/) { f = substr($4, 7); unit[$2] = f; sub(/^[0-9.]+/, "", unit[$2]); fl[$2, ++nf[$2]] = f + 0 }
+}
+function median(arr, name, m,    i, j, t, s) {
+  for (i = 1; i <= m; i++) s[i] = arr[name, i]
+  for (i = 2; i <= m; i++) for (j = i; j > 1 && s[j - 1] > s[j]; j--) { t = s[j]; s[j] = s[j - 1]; s[j - 1] = t }
+  lo = s[1]; hi = s[m]
+  return m % 2 ? s[(m + 1) / 2] : (s[m / 2] + s[m / 2 + 1]) / 2
+}
 END {
-  printf "%-28s %9s %9s %9s  %-8s %s\n", "figure (" reps " runs)", "min", "median", "max", "goal", "median meets it"
+  printf "%-28s %9s %9s %9s  %-8s %-5s %s\n", "figure (" reps " runs)", "min", "median", "max", "goal", "met", "floor (median; min-max)"
   for (k = 1; k <= names; k++) {
     name = order[k]; m = n[name]
-    for (i = 1; i <= m; i++) s[i] = v[name, i]
-    for (i = 2; i <= m; i++) for (j = i; j > 1 && s[j - 1] > s[j]; j--) { t = s[j]; s[j] = s[j - 1]; s[j - 1] = t }
-    med = m % 2 ? s[(m + 1) / 2] : (s[m / 2] + s[m / 2 + 1]) / 2
+    med = median(v, name, m); mn = lo; mx = hi
+    floor = ""
+    if (nf[name] > 0) {
+      fm = median(fl, name, nf[name])
+      floor = sprintf("%g %s (%g-%g)", fm, unit[name], lo, hi)
+    }
     verdict = ""
     if (name in goal) {
       split(goal[name], g, " ")
       verdict = ((g[1] == "<=" && med <= g[2]) || (g[1] == ">=" && med >= g[2])) ? "yes" : "NO"
     }
-    printf "%-28s %9.3f %9.3f %9.3f  %-8s %s\n", name, s[1], med, s[m], goal[name], verdict
+    printf "%-28s %9.3f %9.3f %9.3f  %-8s %-5s %s\n", name, mn, med, mx, goal[name], verdict, floor
   }
 }' "$out"

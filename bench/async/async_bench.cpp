@@ -250,7 +250,7 @@ int MeasureScale(const BenchConfig& config) {
     printf("metric scale_answered_right %.4f\n", static_cast<double>(r.ok) / config.requests);
     printf("metric scale_kb_per_parked_request %.2f  (server RSS %ld kB before, peak %ld kB)\n",
            static_cast<double>(peak - rssBefore) / config.requests, rssBefore, peak);
-    printf("metric scale_wall/bound %.3f\n", r.wallMs / bound);
+    printf("metric scale_wall/bound %.3f floor=%.0fms  (wall %.0f ms)\n", r.wallMs / bound, bound, r.wallMs);
     int stopped = kit.server.Stop(SIGTERM, 20000);
     kit.emulator.Stop(SIGTERM, 20000);
     return r.ok == config.requests && ref.status == 200 && stopped == 0 ? 0 : 1;

@@ -72,8 +72,8 @@ bool Compare(const Step& floor, const Step& exchange, Sides* out) {
 }
 
 void Report(const char* name, const Sides& s) {
-    printf("metric %s %.3f  (exchange %.1f us, floor %.1f us)\n", name, s.exchangeNs / s.floorNs,
-           s.exchangeNs / 1000.0, s.floorNs / 1000.0);
+    printf("metric %s %.3f floor=%.1fus  (exchange %.1f us)\n", name, s.exchangeNs / s.floorNs,
+           s.floorNs / 1000.0, s.exchangeNs / 1000.0);
 }
 
 // Moves all len bytes with io (read or write), false on end of file or error.

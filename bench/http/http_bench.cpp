@@ -212,13 +212,14 @@ int main(int argc, char** argv) {
         LoadResult m;
         ok = ok && Measure(port, floor, 404, &f) && Measure(port, load, 200, &m);
         if (ok) {
-            printf("metric %s/404 %.3f  (%.0f req/s, the 404 %.0f req/s, %d connections)\n", load.name,
-                   m.perSecond / f.perSecond, m.perSecond, f.perSecond, load.connections);
+            printf("metric %s/404 %.3f floor=%.0freq/s  (%.0f req/s, %d connections)\n", load.name,
+                   m.perSecond / f.perSecond, f.perSecond, m.perSecond, load.connections);
             perSecond.push_back(m.perSecond);
         }
     }
     if (ok && perSecond.size() == loads.size()) {
-        printf("metric enable_async/enable_sync %.3f\n", perSecond[2] / perSecond[3]);
+        printf("metric enable_async/enable_sync %.3f floor=%.0freq/s  (%.0f req/s)\n",
+               perSecond[2] / perSecond[3], perSecond[3], perSecond[2]);
     }
     ok = server.Stop(SIGTERM, 20000) == 0 && ok;
     emulator.Stop(SIGTERM, 20000);
