@@ -6,7 +6,6 @@
 #include <event2/event.h>
 #include <event2/http.h>
 #include <event2/http_struct.h>
-#include <event2/thread.h>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <signal.h>
@@ -116,7 +115,6 @@ void DestroyRequest(RequestCtx* ctx) {
     FreeEvent(&ctx->clientWatch);
     CancelRegistration(&ctx->phases);
     ReleaseRequestData(&ctx->phases);
-    FreeEvent(&ctx->done);
     ReturnCmdSocket(server, ctx->phases.client.synSock);
     ctx->phases.client.synSock = nullptr;
     LeaveLane(ctx);
@@ -196,7 +194,7 @@ void PhaseJob(void* arg) {
             ReplyRead early = ReadAwaitedReply(p->asyncFd, false, &msg);
             if (early == ReplyRead::kNotYet) {
                 ctx->stage = Stage::kAwaitReply;
-                event_active(ctx->done, EV_READ, 0);
+                ctx->server->done.Push(ctx);
                 return;
             }
             if (early == ReplyRead::kFailed) {
@@ -213,7 +211,7 @@ void PhaseJob(void* arg) {
     }
     RunFormatPhase(p);
     ctx->stage = Stage::kAnswer;
-    event_active(ctx->done, EV_READ, 0);
+    ctx->server->done.Push(ctx);
 }
 
 // Loop thread: the awaited reply arrived, or the wait timed out.
@@ -292,8 +290,8 @@ void ArmReply(RequestCtx* ctx) {
 }
 
 // Loop thread: a worker finished a job.
-void OnJobDone(evutil_socket_t, short, void* arg) {
-    auto* ctx = static_cast<RequestCtx*>(arg);
+void OnJobDone(void* item, void*) {
+    auto* ctx = static_cast<RequestCtx*>(item);
     if (ctx->req == nullptr) {  // the client left meanwhile: nothing to answer
         DestroyRequest(ctx);
         return;
@@ -342,12 +340,7 @@ RequestCtx* NewRequest(AccessServer* server, struct evhttp_request* req, const H
     InitPhaseRequest(&ctx->phases, handlers, server->options.maxBody);
     FillRequestHeader(req, &ctx->phases.header);
     ctx->phases.client.synSock = TakeCmdSocket(server);
-    ctx->done = event_new(server->base, -1, 0, &OnJobDone, ctx);
     server->live.insert(ctx);
-    if (ctx->done == nullptr) {
-        DestroyRequest(ctx);
-        return nullptr;
-    }
     CarryRequest(conn, ctx);
     return ctx;
 }
@@ -521,8 +514,10 @@ int StartAccessServer(AccessServer* server, const HostOptions& options, const Mo
     server->connections = 0;
     server->draining = false;
     server->unsent = 0;
-    // Workers activate events of the loop's base; libevent must lock it.
-    if (evthread_use_pthreads() != 0 || (server->base = event_base_new()) == nullptr) {
+    // Only the loop thread touches the base (workers hand back through the done queue): libevent
+    // runs without locks of its own.
+    if ((server->base = event_base_new()) == nullptr ||
+        server->done.Start(server->base, &OnJobDone, nullptr) != 0) {
         *err = "cannot create the event loop";
         return -1;
     }
@@ -564,6 +559,7 @@ void StopAccessServer(AccessServer* server) {
         UnixSocketClose(sock);
     }
     server->idleCmdSockets.clear();
+    server->done.Stop();  // what finished after the loop ended was released with the rest above
     DxmpSetAsynEventHooks(nullptr, nullptr, nullptr);
     for (struct event*& e : server->signals) {
         FreeEvent(&e);

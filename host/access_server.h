@@ -10,6 +10,7 @@
 #include <string>
 #include <unordered_map>
 
+#include "done_queue.h"
 #include "module_table.h"
 #include "options.h"
 #include "worker_pool.h"
@@ -49,6 +50,7 @@ struct AccessServer {
     int unsent;  // answers handed to evhttp and not yet written whole
     uint16_t boundPort;
     WorkerPool pools[kRoadCount];
+    DoneQueue done;                // jobs the workers finished, back to the loop
     WriteLane lanes[kRouteCount];  // by HandlerSet::resourceId; loop thread only
     std::set<RequestCtx*> live;    // touched by the loop thread only
     // Command-channel handles of finished requests, kept with their connection for the next

@@ -26,7 +26,6 @@ struct RequestCtx {
     AccessServer* server;
     Connection* conn;            // the connection the request came on; loop thread only
     struct evhttp_request* req;  // null once the client has gone; loop thread only
-    struct event* done;          // activated by a worker when its job is over
     struct event* reply;         // the armed descriptor of an awaited reply; loop thread only
     struct event* clientWatch;   // the client's socket while its reply is awaited; loop thread only
     Stage stage;
