@@ -212,12 +212,19 @@ bool StartScaleKit(Kit* kit, int delayMs, int requests) {
 int MeasureScale(const BenchConfig& config) {
     const std::string resource = "/api/MultiTaskAppTaskModesEnableList";
     // Each parked request holds two descriptors in the access server (its client, its service
-    // file) and one here: the soft limit goes up to the hard one, which this process cannot pass.
+    // file) and one here. The soft limit goes up to the hard one, and root raises the hard one
+    // where it is lower than that; the access server inherits both.
+    const rlim_t need = static_cast<rlim_t>(2 * config.requests + 256);
     rlimit limit;
     getrlimit(RLIMIT_NOFILE, &limit);
+    if (limit.rlim_max != RLIM_INFINITY && limit.rlim_max < need) {
+        rlimit raised = {need, need};
+        if (setrlimit(RLIMIT_NOFILE, &raised) == 0) {
+            limit = raised;
+        }
+    }
     limit.rlim_cur = limit.rlim_max;
-    if (setrlimit(RLIMIT_NOFILE, &limit) != 0 ||
-        limit.rlim_cur < static_cast<rlim_t>(2 * config.requests + 256)) {
+    if (setrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur < need) {
         fprintf(stderr,
                 "async_bench: %d requests need %d descriptors in the access server; the limit is %lu\n",
                 config.requests, 2 * config.requests + 256, static_cast<unsigned long>(limit.rlim_cur));
