@@ -76,6 +76,9 @@ TEST(CJsonTree, ParseAcceptsJsonValuesOnly) {
         {"{\"a\": }", false},
         {"{\"a\": 01}", false},
         {"not json", false},
+        {"[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[1]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]", true},  // 31 deep, json-c's limit
+        {"[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[1]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]", false},
+        {"{\"a\": [[[[[[[[[[[[1]]]]]]]]]]]]} x", false},
     };
     for (const Case& c : cases) {
         json_object* tree = cJSON_Parse(c.text);
