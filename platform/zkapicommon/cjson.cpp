@@ -5,37 +5,33 @@
 
 namespace {
 
-// What the squeeze must look at, outside strings and inside them; every other character is copied
-// as it is (a table lookup per character: the printed text is kilobytes long).
+// What the squeeze must look at outside strings; every other character is copied as it is (a
+// table lookup per character: the printed text is kilobytes long).
 struct SqueezeStops {
-    bool outside[256];
-    bool inside[256];
+    bool stops[256];
 };
 
 constexpr SqueezeStops MakeSqueezeStops() {
-    SqueezeStops stops{};
-    stops.outside[0] = stops.inside[0] = true;
-    stops.outside[static_cast<unsigned char>('"')] = stops.inside[static_cast<unsigned char>('"')] = true;
-    stops.outside[static_cast<unsigned char>(' ')] = true;
-    stops.inside[static_cast<unsigned char>('\\')] = true;
-    return stops;
+    SqueezeStops table{};
+    table.stops[0] = true;
+    table.stops[static_cast<unsigned char>('"')] = true;
+    table.stops[static_cast<unsigned char>(' ')] = true;
+    return table;
 }
 
 constexpr SqueezeStops kSqueezeStops = MakeSqueezeStops();
 
-bool Stops(const bool (&table)[256], char c) {
-    return table[static_cast<unsigned char>(c)];
-}
-
 // Copies a string's body from in (just after its opening quote) to out, up to and including the
-// closing quote; an escaped character is copied with its backslash. Returns where reading stopped
-// (after the closing quote, or at the NUL of an unterminated string).
+// closing quote, in runs between backslashes (strcspn scans many bytes at a time); an escaped
+// character is copied with its backslash. Returns where reading stopped (after the closing quote,
+// or at the NUL of an unterminated string).
 const char* CopyStringBody(const char* in, char** out) {
     char* o = *out;
     for (;;) {
-        while (!Stops(kSqueezeStops.inside, *in)) {
-            *o++ = *in++;
-        }
+        size_t run = strcspn(in, "\"\\");
+        memmove(o, in, run);
+        o += run;
+        in += run;
         char c = *in;
         if (c == '\0') {
             break;
@@ -59,7 +55,7 @@ void SqueezeBracketBlanks(char* text) {
     char* out = text;
     const char* in = text;
     for (;;) {
-        while (!Stops(kSqueezeStops.outside, *in)) {
+        while (!kSqueezeStops.stops[static_cast<unsigned char>(*in)]) {
             *out++ = *in++;
         }
         char c = *in++;
@@ -148,15 +144,17 @@ void cJSON_AddItemToArray(json_object* array, json_object* item) {
 }
 
 json_object* cJSON_GetObjectItem(json_object* object, const char* key) {
-    if (object == nullptr || key == nullptr || !json_object_is_type(object, json_type_object)) {
+    lh_table* members = json_object_get_object(object);  // null for null and for other types
+    if (members == nullptr || key == nullptr) {
         return nullptr;
     }
     // The members of a small object are walked: cheaper than hashing the key. A key is in an object
     // once (adding an existing key replaces its value), so the walk finds what the hash would.
-    if (json_object_object_length(object) <= kWalkedMembers) {
-        json_object_object_foreach(object, name, value) {
+    if (lh_table_length(members) <= kWalkedMembers) {
+        for (lh_entry* entry = lh_table_head(members); entry != nullptr; entry = lh_entry_next(entry)) {
+            const char* name = static_cast<const char*>(lh_entry_k(entry));
             if (name[0] == key[0] && strcmp(name, key) == 0) {
-                return value;  // json-c holds a JSON null as a null value
+                return static_cast<json_object*>(lh_entry_v(entry));  // null for JSON null
             }
         }
         return nullptr;
