@@ -5,30 +5,101 @@
 
 namespace {
 
+// What the squeeze must look at outside strings; every other character is copied as it is (a
+// table lookup per character: the printed text is kilobytes long).
+struct SqueezeStops {
+    bool stops[256];
+};
+
+constexpr SqueezeStops MakeSqueezeStops() {
+    SqueezeStops table{};
+    table.stops[0] = true;
+    table.stops[static_cast<unsigned char>('"')] = true;
+    table.stops[static_cast<unsigned char>(' ')] = true;
+    return table;
+}
+
+constexpr SqueezeStops kSqueezeStops = MakeSqueezeStops();
+
+// Copies a string's body from in (just after its opening quote) to out, up to and including the
+// closing quote, in runs between backslashes (strcspn scans many bytes at a time); an escaped
+// character is copied with its backslash. Returns where reading stopped (after the closing quote,
+// or at the NUL of an unterminated string).
+const char* CopyStringBody(const char* in, char** out) {
+    char* o = *out;
+    for (;;) {
+        size_t run = strcspn(in, "\"\\");
+        memmove(o, in, run);
+        o += run;
+        in += run;
+        char c = *in;
+        if (c == '\0') {
+            break;
+        }
+        *o++ = c;
+        ++in;
+        if (c == '"') {
+            break;
+        }
+        if (*in != '\0') {  // the character after a backslash
+            *o++ = *in++;
+        }
+    }
+    *out = o;
+    return in;
+}
+
 // json-c's spaced style puts blanks inside brackets ("{ "a": 1 }"); the host prints {"a": 1}.
 // Squeezing them out of the tree's own print buffer keeps the text owned by the tree.
 void SqueezeBracketBlanks(char* text) {
-    bool inString = false;
     char* out = text;
-    for (const char* in = text; *in != '\0'; ++in) {
-        char c = *in;
-        if (inString) {
-            if (c == '\\' && in[1] != '\0') {
-                *out++ = c;
-                c = *++in;
-            } else if (c == '"') {
-                inString = false;
-            }
-        } else if (c == '"') {
-            inString = true;
-        } else if (c == ' ' && out > text && (out[-1] == '{' || out[-1] == '[')) {
-            continue;
-        } else if (c == ' ' && (in[1] == '}' || in[1] == ']')) {
-            continue;
+    const char* in = text;
+    for (;;) {
+        while (!kSqueezeStops.stops[static_cast<unsigned char>(*in)]) {
+            *out++ = *in++;
         }
-        *out++ = c;
+        char c = *in++;
+        if (c == '\0') {
+            break;
+        }
+        if (c == '"') {
+            *out++ = c;
+            in = CopyStringBody(in, &out);
+        } else if (!((out > text && (out[-1] == '{' || out[-1] == '[')) || *in == '}' || *in == ']')) {
+            *out++ = c;  // a blank between members or after a colon stays
+        }
     }
     *out = '\0';
+}
+
+// Objects with at most this many members are searched by walking them: 13 lookups in a 13-member
+// body cost about 1,600 instructions less walked than hashed.
+const int kWalkedMembers = 16;
+
+// Texts nest shallowly: a short stack, which json-c allocates small and cheaply, parses them. A text
+// that nests deeper than it is parsed again with json-c's default depth, so that exactly the texts
+// json-c accepts are accepted (the tokenizer runs the same way until the depth runs out).
+const int kShallowDepth = 8;
+
+// Strict mode rejects trailing text ("{} x") and trailing commas; the length includes the NUL so
+// that a complete value followed by nothing is accepted. *tooDeep tells a text that nests deeper
+// than depth.
+json_object* ParseAtDepth(const char* text, int length, int depth, bool* tooDeep) {
+    *tooDeep = false;
+    json_tokener* tokener = json_tokener_new_ex(depth);
+    if (tokener == nullptr) {
+        return nullptr;
+    }
+    json_tokener_set_flags(tokener, JSON_TOKENER_STRICT);
+    json_object* tree = json_tokener_parse_ex(tokener, text, length);
+    json_tokener_error error = json_tokener_get_error(tokener);
+    if (error != json_tokener_success) {
+        json_object_put(tree);
+        tree = nullptr;
+        *tooDeep = error == json_tokener_error_depth;
+    }
+    json_tokener_free(tokener);
+    return tree;
 }
 
 }  // namespace
@@ -73,30 +144,35 @@ void cJSON_AddItemToArray(json_object* array, json_object* item) {
 }
 
 json_object* cJSON_GetObjectItem(json_object* object, const char* key) {
-    json_object* value = nullptr;
-    if (object == nullptr || key == nullptr || !json_object_object_get_ex(object, key, &value)) {
+    lh_table* members = json_object_get_object(object);  // null for null and for other types
+    if (members == nullptr || key == nullptr) {
         return nullptr;
     }
-    return value;  // json-c holds a JSON null as a null value
+    // The members of a small object are walked: cheaper than hashing the key. A key is in an object
+    // once (adding an existing key replaces its value), so the walk finds what the hash would.
+    if (lh_table_length(members) <= kWalkedMembers) {
+        for (lh_entry* entry = lh_table_head(members); entry != nullptr; entry = lh_entry_next(entry)) {
+            const char* name = static_cast<const char*>(lh_entry_k(entry));
+            if (name[0] == key[0] && strcmp(name, key) == 0) {
+                return static_cast<json_object*>(lh_entry_v(entry));  // null for JSON null
+            }
+        }
+        return nullptr;
+    }
+    json_object* value = nullptr;
+    return json_object_object_get_ex(object, key, &value) ? value : nullptr;
 }
 
 json_object* cJSON_Parse(const char* text) {
     if (text == nullptr) {
         return nullptr;
     }
-    json_tokener* tokener = json_tokener_new();
-    if (tokener == nullptr) {
-        return nullptr;
+    const int length = static_cast<int>(strlen(text) + 1);
+    bool tooDeep = false;
+    json_object* tree = ParseAtDepth(text, length, kShallowDepth, &tooDeep);
+    if (tooDeep) {
+        tree = ParseAtDepth(text, length, JSON_TOKENER_DEFAULT_DEPTH, &tooDeep);
     }
-    // Strict mode rejects trailing text ("{} x") and trailing commas; the length includes the NUL
-    // so that a complete value followed by nothing is accepted.
-    json_tokener_set_flags(tokener, JSON_TOKENER_STRICT);
-    json_object* tree = json_tokener_parse_ex(tokener, text, static_cast<int>(strlen(text) + 1));
-    if (json_tokener_get_error(tokener) != json_tokener_success) {
-        json_object_put(tree);
-        tree = nullptr;
-    }
-    json_tokener_free(tokener);
     return tree;
 }
 

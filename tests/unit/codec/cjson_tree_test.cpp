@@ -56,6 +56,14 @@ TEST(CJsonTree, LookupGivesNullForAbsentKeysAndJsonNull) {
     EXPECT_EQ(cJSON_GetObjectItem(a, "x"), nullptr);  // not an object
     EXPECT_EQ(cJSON_GetObjectItem(nullptr, "a"), nullptr);
     cJSON_Delete(root);
+    // Past 16 members the lookup hashes instead of walking: the same answers.
+    root = cJSON_Parse(
+        R"({"k0": 0, "k1": 1, "k2": 2, "k3": 3, "k4": 4, "k5": 5, "k6": 6, "k7": 7, "k8": 8,)"
+        R"( "k9": 9, "k10": 10, "k11": 11, "k12": 12, "k13": 13, "k14": 14, "n": null, "k": 16})");
+    EXPECT_EQ(json_object_get_int(cJSON_GetObjectItem(root, "k")), 16);
+    EXPECT_EQ(cJSON_GetObjectItem(root, "n"), nullptr);
+    EXPECT_EQ(cJSON_GetObjectItem(root, "k15"), nullptr);
+    cJSON_Delete(root);
 }
 
 TEST(CJsonTree, ParseAcceptsJsonValuesOnly) {
@@ -76,6 +84,9 @@ TEST(CJsonTree, ParseAcceptsJsonValuesOnly) {
         {"{\"a\": }", false},
         {"{\"a\": 01}", false},
         {"not json", false},
+        {"[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[1]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]", true},  // 31 deep, json-c's limit
+        {"[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[1]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]", false},
+        {"{\"a\": [[[[[[[[[[[[1]]]]]]]]]]]]} x", false},
     };
     for (const Case& c : cases) {
         json_object* tree = cJSON_Parse(c.text);
