@@ -109,11 +109,12 @@ struct Series {
     }
     void Print(const char* label, const char* what, const char* unit, long calls) const {
         printf(
-            "metric %s_%scodec/baseline %.3f  (median of %zu pairs of %ld-call rounds; quartiles %.3f %.3f; "
-            "codec %.0f %s, baseline %.0f %s per call)\n",
-            label, what, Quantile(ratios, 0.5), ratios.size(), calls, Quantile(ratios, 0.25),
-            Quantile(ratios, 0.75), Quantile(codec, 0.5) / static_cast<double>(calls), unit,
-            Quantile(baseline, 0.5) / static_cast<double>(calls), unit);
+            "metric %s_%scodec/baseline %.3f floor=%.0f%s  (median of %zu pairs of %ld-call rounds; "
+            "quartiles "
+            "%.3f %.3f; codec %.0f %s per call)\n",
+            label, what, Quantile(ratios, 0.5), Quantile(baseline, 0.5) / static_cast<double>(calls), unit,
+            ratios.size(), calls, Quantile(ratios, 0.25), Quantile(ratios, 0.75),
+            Quantile(codec, 0.5) / static_cast<double>(calls), unit);
     }
 };
 
