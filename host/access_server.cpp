@@ -169,7 +169,7 @@ bool SettleReply(PhaseRequest* p, dxmp_message* msg) {
     return true;
 }
 
-// Loop thread: the awaited reply is readable on fd, or (readable false) the wait timed out.
+// The awaited reply is readable on fd (a worker), or (readable false) the wait timed out (the loop).
 bool TakeReply(PhaseRequest* p, int fd, bool readable) {
     dxmp_message* msg = nullptr;
     if (!readable) {
@@ -206,7 +206,7 @@ void PhaseJob(void* arg) {
         } else {
             CancelRegistration(p);  // a Run that failed after registering: the reply is not wanted
         }
-    } else if (ctx->stage == Stage::kRecv) {
+    } else if (ctx->stage == Stage::kRecv && TakeReply(p, p->asyncFd, true)) {
         RunRecvPhase(p);
     }
     RunFormatPhase(p);
@@ -214,12 +214,18 @@ void PhaseJob(void* arg) {
     ctx->server->done.Push(ctx);
 }
 
-// Loop thread: the awaited reply arrived, or the wait timed out.
+// Loop thread: the awaited reply arrived, or the wait timed out. The worker reads the reply: a read
+// of the service file is a round trip to the service, which the loop does not wait for.
 void OnReplyReady(evutil_socket_t fd, short what, void* arg) {
     auto* ctx = static_cast<RequestCtx*>(arg);
     FreeEvent(&ctx->reply);
     FreeEvent(&ctx->clientWatch);  // from here a departure shows when the answer is written
-    SubmitJob(ctx, TakeReply(&ctx->phases, fd, (what & EV_READ) != 0) ? Stage::kRecv : Stage::kFormatOnly);
+    if ((what & EV_READ) == 0) {
+        TakeReply(&ctx->phases, fd, false);
+        SubmitJob(ctx, Stage::kFormatOnly);
+        return;
+    }
+    SubmitJob(ctx, Stage::kRecv);
 }
 
 void DropClient(RequestCtx* ctx) {

@@ -16,7 +16,7 @@ namespace vks_host {
 enum class Stage {
     kFront,       // queued or running: PreProc, Parse, Run (and Format when no reply is awaited)
     kAwaitReply,  // Run registered a descriptor; the loop arms it
-    kRecv,        // reply in client.pRecvMsg: Recv, then Format
+    kRecv,        // reply readable on the descriptor: read it, Recv, then Format
     kFormatOnly,  // reply failed or timed out: Format with the failure
     kAnswer,      // body ready to send
 };
