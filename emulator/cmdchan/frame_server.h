@@ -47,7 +47,8 @@ private:
     void Accept();
     void Reap();  // joins the threads of connections that ended
     void ServeConnection(Connection* conn);
-    bool Answer(int fd, cmdframe::FrameReader* reader);  // false: drop the connection
+    // One request read and answered; false: drop the connection.
+    bool Answer(int fd, cmdframe::FrameReader* reader, cmdframe::Request* request);
 
     std::string path_;
     FrameHandler handler_;
