@@ -184,6 +184,7 @@ std::unique_ptr<Server> StartServer(const ServerOptions& opts, std::string* erro
     if (!server->store) {
         return nullptr;
     }
+    server->store->WatchChanges(opts.stateChanges);
     server->ctx.store = server->store.get();
     server->ctx.resultDir = opts.resultDir;
     Server::State* raw = server.get();

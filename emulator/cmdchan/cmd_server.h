@@ -3,6 +3,7 @@
 #ifndef CMDCHAN_CMD_SERVER_H
 #define CMDCHAN_CMD_SERVER_H
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
@@ -33,6 +34,8 @@ struct ServerOptions {
     std::function<void(const cmdframe::Request& request, const cmdframe::Reply* reply, int delayMs,
                        bool faulted)>
         observer;
+    // Counted up by the other writers of the state file (the control API); null: there are none.
+    std::shared_ptr<const std::atomic<uint64_t>> stateChanges;
 };
 
 // Takes one option (name with or without leading "--"); false when the option is not ours or its

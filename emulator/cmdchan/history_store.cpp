@@ -142,12 +142,28 @@ bool Store::InsertDemoRecords(vks_state::Database& db, std::string* error) {
 }
 
 int Store::GetSetting(int cmd, uint64_t channelId, std::vector<unsigned char>* record) {
-    vks_state::Statement stmt(*db_, "SELECT record FROM cmd_settings WHERE cmd = ?1 AND channel_id = ?2");
-    stmt.Bind(1, int64_t{cmd}).Bind(2, Signed(channelId));
-    if (!stmt.Step()) {
-        return stmt.Ok() ? 0 : -1;
+    uint64_t changes = changes_ != nullptr ? changes_->load() : 0;
+    if (changes != changesSeen_) {
+        settings_.clear();
+        changesSeen_ = changes;
     }
-    *record = stmt.Blob(0);
+    auto known = settings_.find({cmd, channelId});
+    if (known == settings_.end()) {
+        vks_state::Statement stmt(*db_, "SELECT record FROM cmd_settings WHERE cmd = ?1 AND channel_id = ?2");
+        stmt.Bind(1, int64_t{cmd}).Bind(2, Signed(channelId));
+        std::pair<bool, std::vector<unsigned char>> stored{stmt.Step(), {}};
+        if (!stored.first && !stmt.Ok()) {
+            return -1;
+        }
+        if (stored.first) {
+            stored.second = stmt.Blob(0);
+        }
+        known = settings_.emplace(std::make_pair(cmd, channelId), std::move(stored)).first;
+    }
+    if (!known->second.first) {
+        return 0;
+    }
+    *record = known->second.second;
     return 1;
 }
 
@@ -156,7 +172,12 @@ bool Store::PutSetting(int cmd, uint64_t channelId, const std::vector<unsigned c
         *db_, "INSERT OR REPLACE INTO cmd_settings (cmd, channel_id, record) VALUES (?1, ?2, ?3)");
     stmt.Bind(1, int64_t{cmd}).Bind(2, Signed(channelId)).Bind(3, record.data(), record.size());
     std::string error;
-    return Run(stmt, &error);
+    if (!Run(stmt, &error)) {
+        settings_.erase({cmd, channelId});
+        return false;
+    }
+    settings_[{cmd, channelId}] = {true, record};
+    return true;
 }
 
 bool Store::Query(const HistoryFilter& filter, uint32_t startIndex, uint32_t count,

@@ -6,8 +6,11 @@
 
 #include <stdint.h>
 
+#include <atomic>
+#include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace vks_state {
@@ -47,8 +50,13 @@ public:
     Store& operator=(const Store&) = delete;
 
     // A stored settings record of command cmd for a channel: 1 found, 0 none, -1 database error.
+    // Records read or written once are answered from memory: a read of the file costs more than
+    // the rest of a command-channel exchange together. Changes made through another connection
+    // are seen once `changes` (see WatchChanges) moves.
     int GetSetting(int cmd, uint64_t channelId, std::vector<unsigned char>* record);
     bool PutSetting(int cmd, uint64_t channelId, const std::vector<unsigned char>& record);
+    // The counter other writers of this file count up after each change (the control API).
+    void WatchChanges(std::shared_ptr<const std::atomic<uint64_t>> changes) { changes_ = std::move(changes); }
 
     // Records matching the filter, oldest first, from startIndex on, at most count; total counts all
     // that match. False on a database error.
@@ -65,6 +73,10 @@ private:
     static bool InsertDemoRecords(vks_state::Database& db, std::string* error);
 
     std::unique_ptr<vks_state::Database> db_;
+    // Settings by (command, channel) as last read or written: found, and the record.
+    std::map<std::pair<int, uint64_t>, std::pair<bool, std::vector<unsigned char>>> settings_;
+    std::shared_ptr<const std::atomic<uint64_t>> changes_;
+    uint64_t changesSeen_ = 0;
 };
 
 }  // namespace cmdchan

@@ -136,14 +136,21 @@ void Faults(ControlServer::Impl* s, struct evhttp_request* req, const std::strin
     json_object_put(body);
 }
 
+void StateChanged(ControlServer::Impl* s) {
+    if (s->targets.stateChanges != nullptr) {
+        ++*s->targets.stateChanges;
+    }
+}
+
 // /control/state[/KIND | /reset]
 void State(ControlServer::Impl* s, struct evhttp_request* req, const std::string& rest) {
     enum evhttp_cmd_type method = evhttp_request_get_command(req);
     std::string kind = rest.empty() ? "" : rest.substr(1);
     std::string error;
     if (kind == "reset" && method == EVHTTP_REQ_POST) {
-        return s->state->ResetToDemo(&error) ? SendJsonObject(req, 200, s->state->ReadAll())
-                                             : SendError(req, 500, error);
+        bool reset = s->state->ResetToDemo(&error);
+        StateChanged(s);  // a failed reset may have changed part of it
+        return reset ? SendJsonObject(req, 200, s->state->ReadAll()) : SendError(req, 500, error);
     }
     if (!kind.empty() && !StateAdmin::Known(kind)) {
         return SendError(req, 404, "no such state kind: " + kind);
@@ -160,6 +167,7 @@ void State(ControlServer::Impl* s, struct evhttp_request* req, const std::string
     if (rows != nullptr && !s->state->Replace(kind, rows, &error)) {
         SendError(req, 400, error);
     } else if (rows != nullptr) {
+        StateChanged(s);
         SendJsonObject(req, 200, s->state->Read(kind));
     }
     json_object_put(rows);

@@ -5,6 +5,7 @@
 #define VKS_CONTROL_SERVER_H
 
 #include <cstdint>
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -27,6 +28,9 @@ struct ControlTargets {
     std::shared_ptr<faults::FaultTable> analysisFaults;
     std::shared_ptr<faults::FaultTable> cmdFaults;
     std::shared_ptr<Journal> journal;
+    // Counted up after every change made to the state here: others that keep some of it in memory
+    // (the command channel's settings) know to read it again. May be null.
+    std::shared_ptr<std::atomic<uint64_t>> stateChanges;
 };
 
 class ControlServer {

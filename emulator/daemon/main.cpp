@@ -24,7 +24,9 @@ std::unique_ptr<control::ControlServer> StartControl(const DaemonOptions& option
                                                      analysis::AnalysisService* service,
                                                      cmdchan::ServerOptions* cmd, std::string* error) {
     control::ControlTargets targets{options.faults, options.cmdFaults,
-                                    std::make_shared<control::Journal>(options.control.journalSize)};
+                                    std::make_shared<control::Journal>(options.control.journalSize),
+                                    std::make_shared<std::atomic<uint64_t>>(0)};
+    cmd->stateChanges = targets.stateChanges;
     std::shared_ptr<control::Journal> journal = targets.journal;
     service->SetObserver([journal](const analysis::Request& request, bool decoded,
                                    const analysis::ReplySpec* reply, int delayMs, bool faulted) {

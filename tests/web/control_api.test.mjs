@@ -96,6 +96,7 @@ test("each state kind is replaced, seen by the module, and reset to the demo dat
     ];
     for (const [kind, rows, resource, expect] of cases) {
         await t.test(kind, async () => {
+            await kit.call("GET", resource);  // the old state read first: no stale copy may answer later
             const put = await kit.ctl("PUT", `/control/state/${kind}`, rows);
             assert.equal(put.status, 200);
             assert.deepEqual(put.value, rows);
