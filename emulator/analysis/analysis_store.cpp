@@ -64,6 +64,33 @@ int AnalysisStore::ResetToDemo(vks_state::Database& db, std::string* error) {
     return -1;
 }
 
+enum Getter { kAvailable, kCapacity, kPopUps, kTasks };
+
+void AnalysisStore::WatchChanges(std::shared_ptr<const std::atomic<uint64_t>> changes) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    changes_ = std::move(changes);
+    ForgetLocked();
+}
+
+bool AnalysisStore::RecallLocked(const AnswerKey& key, void* out, size_t size) {
+    uint64_t changes = changes_ != nullptr ? changes_->load() : 0;
+    if (changes != changesSeen_) {
+        ForgetLocked();
+        changesSeen_ = changes;
+    }
+    auto kept = answers_.find(key);
+    if (kept == answers_.end() || kept->second.size() != size) {
+        return false;
+    }
+    memcpy(out, kept->second.data(), size);
+    return true;
+}
+
+void AnalysisStore::KeepLocked(const AnswerKey& key, const void* answer, size_t size) {
+    const auto* bytes = static_cast<const unsigned char*>(answer);
+    answers_[key].assign(bytes, bytes + size);
+}
+
 int AnalysisStore::ReadCountsLocked(const char* column, uint64_t values[3]) {
     values[0] = values[1] = values[2] = 0;
     vks_state::Statement query(
@@ -76,17 +103,31 @@ int AnalysisStore::ReadCountsLocked(const char* column, uint64_t values[3]) {
 
 int AnalysisStore::GetAvailable(_VW_AvailableList_S* out) {
     std::lock_guard<std::mutex> lock(mutex_);
+    const AnswerKey key{kAvailable, 0, 0};
+    if (RecallLocked(key, out, sizeof(*out))) {
+        return 0;
+    }
     uint64_t values[3];
     int rc = ReadCountsLocked("available", values);
     *out = _VW_AvailableList_S{values[0], values[1], values[2]};
+    if (rc == 0) {
+        KeepLocked(key, out, sizeof(*out));
+    }
     return rc;
 }
 
 int AnalysisStore::GetCapacity(_VW_CapacityList_S* out) {
     std::lock_guard<std::mutex> lock(mutex_);
+    const AnswerKey key{kCapacity, 0, 0};
+    if (RecallLocked(key, out, sizeof(*out))) {
+        return 0;
+    }
     uint64_t values[3];
     int rc = ReadCountsLocked("capacity", values);
     *out = _VW_CapacityList_S{values[0], values[1], values[2]};
+    if (rc == 0) {
+        KeepLocked(key, out, sizeof(*out));
+    }
     return rc;
 }
 
@@ -95,6 +136,7 @@ int AnalysisStore::SetCounts(const _VW_AvailableList_S& available, const _VW_Cap
     const uint64_t rows[3][2] = {{available.faceDetection, capacity.faceDetect},
                                  {available.vhdDetection, capacity.vhdDetect},
                                  {available.vhdFaceMode, capacity.vhdFaceDetect}};
+    ForgetLocked();
     vks_state::Statement upsert(*db_, "INSERT OR REPLACE INTO analysis_counts VALUES (?, ?, ?)");
     for (int slot = 0; slot < 3; ++slot) {
         upsert.Bind(1, slot)
@@ -108,6 +150,10 @@ int AnalysisStore::SetCounts(const _VW_AvailableList_S& available, const _VW_Cap
 
 int AnalysisStore::GetPopUps(uint64_t channelId, _FaceRecPopUpPara* out) {
     std::lock_guard<std::mutex> lock(mutex_);
+    const AnswerKey key{kPopUps, channelId, 0};
+    if (RecallLocked(key, out, sizeof(*out))) {
+        return 0;
+    }
     vks_state::Statement query(*db_,
                                "SELECT black_popup, white_popup FROM analysis_popups WHERE channel_id = ?");
     query.Bind(1, static_cast<int64_t>(channelId));
@@ -116,11 +162,16 @@ int AnalysisStore::GetPopUps(uint64_t channelId, _FaceRecPopUpPara* out) {
         out->blackPopUp = static_cast<int32_t>(query.Int64(0));
         out->whitePopUp = static_cast<int32_t>(query.Int64(1));
     }
-    return query.Ok() ? 0 : -1;
+    if (!query.Ok()) {
+        return -1;
+    }
+    KeepLocked(key, out, sizeof(*out));
+    return 0;
 }
 
 int AnalysisStore::PutPopUps(const _FaceRecPopUpPara& in) {
     std::lock_guard<std::mutex> lock(mutex_);
+    ForgetLocked();
     vks_state::Statement upsert(*db_, "INSERT OR REPLACE INTO analysis_popups VALUES (?, ?, ?)");
     upsert.Bind(1, static_cast<int64_t>(in.channelId)).Bind(2, in.blackPopUp).Bind(3, in.whitePopUp);
     upsert.Step();
@@ -129,6 +180,10 @@ int AnalysisStore::PutPopUps(const _FaceRecPopUpPara& in) {
 
 int AnalysisStore::GetTasks(uint64_t channelId, int32_t channelGroup, _VW_TasksEnableList_S* out) {
     std::lock_guard<std::mutex> lock(mutex_);
+    const AnswerKey key{kTasks, channelId, channelGroup};
+    if (RecallLocked(key, out, sizeof(*out))) {
+        return 0;
+    }
     memset(out, 0, sizeof(*out));
     vks_state::Statement query(
         *db_,
@@ -147,11 +202,16 @@ int AnalysisStore::GetTasks(uint64_t channelId, int32_t channelGroup, _VW_TasksE
             *flags[i] = static_cast<int32_t>(query.Int64(i + 1));
         }
     }
-    return query.Ok() ? 0 : -1;
+    if (!query.Ok()) {
+        return -1;
+    }
+    KeepLocked(key, out, sizeof(*out));
+    return 0;
 }
 
 int AnalysisStore::AddTask(int32_t channelGroup, const _VW_TaskEnable_S& task) {
     std::lock_guard<std::mutex> lock(mutex_);
+    ForgetLocked();
     vks_state::Statement insert(
         *db_,
         "INSERT INTO analysis_tasks (channel_id, channel_group, face_detection, face_attribute,"
@@ -170,6 +230,7 @@ int AnalysisStore::AddTask(int32_t channelGroup, const _VW_TaskEnable_S& task) {
 
 int AnalysisStore::ClearTasks() {
     std::lock_guard<std::mutex> lock(mutex_);
+    ForgetLocked();
     std::string error;
     return db_->Exec("DELETE FROM analysis_tasks;", &error);
 }

@@ -20,13 +20,16 @@ int Fail(const std::string& what) {
 }
 
 // The control port, with the journal fed by both roads and the faults both consult.
+// Its changes to the state count up stateChanges, which the services' in-memory copies watch.
 std::unique_ptr<control::ControlServer> StartControl(const DaemonOptions& options,
                                                      analysis::AnalysisService* service,
-                                                     cmdchan::ServerOptions* cmd, std::string* error) {
+                                                     cmdchan::ServerOptions* cmd,
+                                                     std::shared_ptr<std::atomic<uint64_t>> stateChanges,
+                                                     std::string* error) {
     control::ControlTargets targets{options.faults, options.cmdFaults,
                                     std::make_shared<control::Journal>(options.control.journalSize),
-                                    std::make_shared<std::atomic<uint64_t>>(0)};
-    cmd->stateChanges = targets.stateChanges;
+                                    stateChanges};
+    cmd->stateChanges = stateChanges;
     std::shared_ptr<control::Journal> journal = targets.journal;
     service->SetObserver([journal](const analysis::Request& request, bool decoded,
                                    const analysis::ReplySpec* reply, int delayMs, bool faulted) {
@@ -67,7 +70,9 @@ int Serve(const DaemonOptions& options, const sigset_t& stopSignals) {
     cmd.faultTable = options.cmdFaults;
     std::unique_ptr<control::ControlServer> controlPort;
     if (options.control.port >= 0) {
-        controlPort = StartControl(options, service.get(), &cmd, &error);
+        auto stateChanges = std::make_shared<std::atomic<uint64_t>>(0);
+        store->WatchChanges(stateChanges);
+        controlPort = StartControl(options, service.get(), &cmd, stateChanges, &error);
         if (controlPort == nullptr) {
             return Fail(error);
         }
