@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <new>
 
@@ -109,10 +110,19 @@ void ReturnCmdSocket(AccessServer* server, tagUNIX_SOCKET_S* sock) {
     server->idleCmdSockets.push_back(sock);
 }
 
+// Before its service file is closed: the watch must not report it any more.
+void Unwatch(RequestCtx* ctx) {
+    if (ctx->watched) {
+        ctx->server->replies.Remove(ctx->phases.asyncFd);
+        ctx->watched = false;
+    }
+}
+
 void DestroyRequest(RequestCtx* ctx) {
     AccessServer* server = ctx->server;
     FreeEvent(&ctx->reply);
     FreeEvent(&ctx->clientWatch);
+    Unwatch(ctx);
     CancelRegistration(&ctx->phases);
     ReleaseRequestData(&ctx->phases);
     ReturnCmdSocket(server, ctx->phases.client.synSock);
@@ -181,6 +191,18 @@ bool TakeReply(PhaseRequest* p, int fd, bool readable) {
     return SettleReply(p, msg);
 }
 
+// Whether to look for the reply before parking (see EarlyReads). Any worker.
+bool TryEarly(RequestCtx* ctx) {
+    EarlyReads& early = ctx->server->early[ctx->phases.handlers->resourceId];
+    return !early.missed.load(std::memory_order_relaxed) ||
+           early.parked.fetch_add(1, std::memory_order_relaxed) % 16 == 15;
+}
+
+void NoteEarly(RequestCtx* ctx, ReplyRead found) {
+    ctx->server->early[ctx->phases.handlers->resourceId].missed.store(found == ReplyRead::kNotYet,
+                                                                      std::memory_order_relaxed);
+}
+
 // Worker thread: the phases of the request's current stage, then back to the loop.
 void PhaseJob(void* arg) {
     auto* ctx = static_cast<RequestCtx*>(arg);
@@ -191,13 +213,20 @@ void PhaseJob(void* arg) {
             // A service that answers at once has its reply there before Run returns. Taking it on
             // the same worker spares two trips through the loop (parking, then the reply's wake-up).
             dxmp_message* msg = nullptr;
-            ReplyRead early = ReadAwaitedReply(p->asyncFd, false, &msg);
-            if (early == ReplyRead::kNotYet) {
-                ctx->stage = Stage::kAwaitReply;
-                ctx->server->done.Push(ctx);
-                return;
+            ReplyRead early = ReplyRead::kNotYet;
+            if (TryEarly(ctx)) {
+                early = ReadAwaitedReply(p->asyncFd, false, &msg);
+                NoteEarly(ctx, early);
             }
-            if (early == ReplyRead::kFailed) {
+            if (early == ReplyRead::kNotYet) {
+                ctx->watched = ctx->server->replies.Add(p->asyncFd, ctx);
+                if (ctx->watched) {
+                    ctx->stage = Stage::kAwaitReply;
+                    ctx->server->done.Push(ctx);
+                    return;
+                }
+                HOST_LOG(3, "cannot wait for fd %d", p->asyncFd);
+            } else if (early == ReplyRead::kFailed) {
                 HOST_LOG(3, "no valid reply on fd %d for %s", p->asyncFd, p->header.szReqUrl);
             }
             if (SettleReply(p, msg)) {
@@ -214,18 +243,34 @@ void PhaseJob(void* arg) {
     ctx->server->done.Push(ctx);
 }
 
-// Loop thread: the awaited reply arrived, or the wait timed out. The worker reads the reply: a read
-// of the service file is a round trip to the service, which the loop does not wait for.
-void OnReplyReady(evutil_socket_t fd, short what, void* arg) {
-    auto* ctx = static_cast<RequestCtx*>(arg);
+// Loop thread: the wait ends, the reply readable (a worker reads it: a read of the service file is
+// a round trip to the service, which the loop does not wait for) or timed out.
+void EndWait(RequestCtx* ctx, bool readable) {
     FreeEvent(&ctx->reply);
     FreeEvent(&ctx->clientWatch);  // from here a departure shows when the answer is written
-    if ((what & EV_READ) == 0) {
-        TakeReply(&ctx->phases, fd, false);
+    Unwatch(ctx);
+    ctx->armed = false;
+    if (!readable) {
+        TakeReply(&ctx->phases, ctx->phases.asyncFd, false);
         SubmitJob(ctx, Stage::kFormatOnly);
         return;
     }
     SubmitJob(ctx, Stage::kRecv);
+}
+
+void OnReplyTimeout(evutil_socket_t, short, void* arg) {
+    EndWait(static_cast<RequestCtx*>(arg), false);
+}
+
+// Loop thread: the reply watch reports a parked request's reply. The worker's hand-over of the
+// request may still be queued: the reply then waits for it (ArmReply).
+void OnReplyReady(void* item, void*) {
+    auto* ctx = static_cast<RequestCtx*>(item);
+    if (!ctx->armed) {
+        ctx->replyReady = true;
+        return;
+    }
+    EndWait(ctx, true);
 }
 
 void DropClient(RequestCtx* ctx) {
@@ -280,18 +325,25 @@ void WatchClient(RequestCtx* ctx) {
     }
 }
 
+// Loop thread: the worker parked the request, its service file in the reply watch.
 void ArmReply(RequestCtx* ctx) {
     const PhaseRequest& p = ctx->phases;
+    if (ctx->replyReady) {
+        EndWait(ctx, true);
+        return;
+    }
     struct timeval timeout = Millis(ctx->server->options.replyTimeoutMs);
-    ctx->reply = event_new(ctx->server->base, p.asyncFd, EV_READ, &OnReplyReady, ctx);
-    if (ctx->reply == nullptr || event_add(ctx->reply, &timeout) != 0) {
+    ctx->reply = evtimer_new(ctx->server->base, &OnReplyTimeout, ctx);
+    if (ctx->reply == nullptr || evtimer_add(ctx->reply, &timeout) != 0) {
         HOST_LOG(3, "cannot wait for fd %d", p.asyncFd);
         FreeEvent(&ctx->reply);
+        Unwatch(ctx);
         CancelRegistration(&ctx->phases);
         ctx->phases.result = VW_FAILED;
         SubmitJob(ctx, Stage::kFormatOnly);
         return;
     }
+    ctx->armed = true;
     WatchClient(ctx);
 }
 
@@ -461,8 +513,9 @@ int SetUpHttp(AccessServer* server, std::string* err) {
         return -1;
     }
     // libevent listens with a backlog of 128; a burst of clients beyond it would have its SYNs
-    // dropped and retried a second later. Calling listen() again raises the backlog in place.
-    if (listen(evhttp_bound_socket_get_fd(socket), SOMAXCONN) != 0) {
+    // dropped and retried a second later. Calling listen() again raises the backlog in place, to
+    // the most the system allows (net.core.somaxconn caps it).
+    if (listen(evhttp_bound_socket_get_fd(socket), INT_MAX) != 0) {
         *err = std::string("cannot raise the listen backlog: ") + strerror(errno);
         return -1;
     }
@@ -523,7 +576,8 @@ int StartAccessServer(AccessServer* server, const HostOptions& options, const Mo
     // Only the loop thread touches the base (workers hand back through the done queue): libevent
     // runs without locks of its own.
     if ((server->base = event_base_new()) == nullptr ||
-        server->done.Start(server->base, &OnJobDone, nullptr) != 0) {
+        server->done.Start(server->base, &OnJobDone, nullptr) != 0 ||
+        server->replies.Start(server->base, &OnReplyReady, nullptr) != 0) {
         *err = "cannot create the event loop";
         return -1;
     }
@@ -566,6 +620,7 @@ void StopAccessServer(AccessServer* server) {
     }
     server->idleCmdSockets.clear();
     server->done.Stop();  // what finished after the loop ended was released with the rest above
+    server->replies.Stop();
     DxmpSetAsynEventHooks(nullptr, nullptr, nullptr);
     for (struct event*& e : server->signals) {
         FreeEvent(&e);

@@ -3,6 +3,7 @@
 #ifndef VKS_HOST_ACCESS_SERVER_H
 #define VKS_HOST_ACCESS_SERVER_H
 
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <set>
@@ -11,6 +12,7 @@
 #include <unordered_map>
 
 #include "done_queue.h"
+#include "reply_watch.h"
 #include "module_table.h"
 #include "options.h"
 #include "worker_pool.h"
@@ -32,6 +34,14 @@ struct WriteLane {
     std::deque<RequestCtx*> waiting;
 };
 
+// Whether a resource's service answers before Run returns, as the last early read found: an early
+// read that finds nothing costs a round trip to the service for nothing, so after a miss the
+// resource's requests park at once, and every 16th tries again.
+struct EarlyReads {
+    std::atomic<bool> missed{false};
+    std::atomic<uint32_t> parked{0};
+};
+
 struct AccessServer {
     HostOptions options;
     const ModuleTable* module;
@@ -49,10 +59,12 @@ struct AccessServer {
     bool draining;
     int unsent;  // answers handed to evhttp and not yet written whole
     uint16_t boundPort;
+    DoneQueue done;      // jobs the workers finished, back to the loop; outlives the pools
+    ReplyWatch replies;  // service files of parked requests; outlives the pools
     WorkerPool pools[kRoadCount];
-    DoneQueue done;                // jobs the workers finished, back to the loop
-    WriteLane lanes[kRouteCount];  // by HandlerSet::resourceId; loop thread only
-    std::set<RequestCtx*> live;    // touched by the loop thread only
+    WriteLane lanes[kRouteCount];   // by HandlerSet::resourceId; loop thread only
+    EarlyReads early[kRouteCount];  // by HandlerSet::resourceId; any worker
+    std::set<RequestCtx*> live;     // touched by the loop thread only
     // Command-channel handles of finished requests, kept with their connection for the next
     // request; loop thread only.
     std::vector<tagUNIX_SOCKET_S*> idleCmdSockets;

@@ -26,11 +26,14 @@ struct RequestCtx {
     AccessServer* server;
     Connection* conn;            // the connection the request came on; loop thread only
     struct evhttp_request* req;  // null once the client has gone; loop thread only
-    struct event* reply;         // the armed descriptor of an awaited reply; loop thread only
+    struct event* reply;         // the time-out of an awaited reply; loop thread only
     struct event* clientWatch;   // the client's socket while its reply is awaited; loop thread only
     Stage stage;
-    bool holdsLane;  // a write running its phases: the lane of its resource is held until its end
-    bool queued;     // a write waiting in the lane of its resource
+    bool watched;     // its service file is in the server's reply watch
+    bool armed;       // the loop waits for its reply (time-out and client watch set); loop thread only
+    bool replyReady;  // the watch reported the reply before the loop armed the wait; loop thread only
+    bool holdsLane;   // a write running its phases: the lane of its resource is held until its end
+    bool queued;      // a write waiting in the lane of its resource
 };
 
 }  // namespace vks_host

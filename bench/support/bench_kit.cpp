@@ -1,9 +1,13 @@
 #include "bench_kit.h"
 
+#include <net/if.h>
 #include <sched.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
+#include <sys/socket.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -20,6 +24,36 @@ bool EnterPrivateMountNamespace(const char* program) {
     }
     signal(SIGPIPE, SIG_IGN);
     return true;
+}
+
+namespace {
+
+bool WriteProcFile(const char* path, int value) {
+    FILE* f = fopen(path, "w");
+    bool ok = f != nullptr && fprintf(f, "%d\n", value) > 0;
+    return f != nullptr && fclose(f) == 0 && ok;
+}
+
+}  // namespace
+
+bool EnterPrivateNetwork(const char* program, int backlog) {
+    int fd = -1;
+    struct ifreq lo;
+    memset(&lo, 0, sizeof(lo));
+    snprintf(lo.ifr_name, sizeof(lo.ifr_name), "lo");
+    bool ok = unshare(CLONE_NEWNET) == 0 && (fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) >= 0 &&
+              ioctl(fd, SIOCGIFFLAGS, &lo) == 0 &&
+              ((lo.ifr_flags |= IFF_UP), ioctl(fd, SIOCSIFFLAGS, &lo) == 0) &&
+              WriteProcFile("/proc/sys/net/core/somaxconn", backlog) &&
+              WriteProcFile("/proc/sys/net/ipv4/tcp_max_syn_backlog", backlog);
+    int saved = errno;
+    if (fd >= 0) {
+        close(fd);
+    }
+    if (!ok) {
+        fprintf(stderr, "%s: cannot set up a network namespace of its own: %s\n", program, strerror(saved));
+    }
+    return ok;
 }
 
 bool StayOnOneCpu(const char* program) {

@@ -15,6 +15,12 @@ namespace vks_bench {
 // running at the same time. False (reason on stderr) when not root.
 bool EnterPrivateMountNamespace(const char* program);
 
+// Enters a network namespace of its own with loopback up and the listen backlog limits raised to
+// backlog: thousands of clients connecting at once then queue instead of having their handshakes
+// dropped and retried a second later, which decided a run's time more than the server did. False
+// (reason on stderr) when that fails.
+bool EnterPrivateNetwork(const char* program, int backlog);
+
 // Binds this process, and the processes and threads it starts from now on, to the last CPU it may
 // run on. False (reason on stderr) when that fails.
 bool StayOnOneCpu(const char* program);

@@ -1,0 +1,41 @@
+// Awaited replies are watched on an epoll instance of their own, which the event loop watches as
+// one descriptor. The worker that parks a request registers its service file there: registering a
+// service file asks the service file system whether it is readable (a round trip to the service),
+// which on the loop would stall every other connection once per parked request.
+#ifndef VKS_HOST_REPLY_WATCH_H
+#define VKS_HOST_REPLY_WATCH_H
+
+struct event;
+struct event_base;
+
+namespace vks_host {
+
+class ReplyWatch {
+public:
+    using Handler = void (*)(void* item, void* arg);
+
+    ReplyWatch() = default;
+    ~ReplyWatch();
+    ReplyWatch(const ReplyWatch&) = delete;
+    ReplyWatch& operator=(const ReplyWatch&) = delete;
+
+    // handler runs on the loop thread for each item whose descriptor became readable. 0, or -1.
+    int Start(struct event_base* base, Handler handler, void* arg);
+    // Any thread: reports item once when fd is readable. False when fd cannot be watched.
+    bool Add(int fd, void* item);
+    // Any thread, before fd is closed: item is not reported any more.
+    void Remove(int fd);
+    void Stop();  // loop thread, at shutdown
+
+private:
+    static void OnReadable(int fd, short what, void* self);
+
+    int epoll_ = -1;
+    struct event* watch_ = nullptr;
+    Handler handler_ = nullptr;
+    void* arg_ = nullptr;
+};
+
+}  // namespace vks_host
+
+#endif
