@@ -37,6 +37,7 @@ constexpr const char kApiPrefix[] = "/api/";
 
 void SubmitJob(RequestCtx* ctx, Stage stage);
 void DestroyRequest(RequestCtx* ctx);
+void WatchClient(RequestCtx* ctx);
 
 void FreeEvent(struct event** e) {
     if (*e != nullptr) {
@@ -243,12 +244,20 @@ void PhaseJob(void* arg) {
     ctx->server->done.Push(ctx);
 }
 
+// A client that leaves while its reply is awaited is looked for only once the wait has lasted this
+// long: most replies come sooner, and watching the socket costs the loop two epoll changes.
+const int kClientWatchAfterMs = 500;
+
 // Loop thread: the wait ends, the reply readable (a worker reads it: a read of the service file is
 // a round trip to the service, which the loop does not wait for) or timed out.
 void EndWait(RequestCtx* ctx, bool readable) {
     FreeEvent(&ctx->reply);
     FreeEvent(&ctx->clientWatch);  // from here a departure shows when the answer is written
-    Unwatch(ctx);
+    if (readable) {
+        ctx->watched = false;  // reported once, then disabled; closing the file ends the entry
+    } else {
+        Unwatch(ctx);
+    }
     ctx->armed = false;
     if (!readable) {
         TakeReply(&ctx->phases, ctx->phases.asyncFd, false);
@@ -258,8 +267,20 @@ void EndWait(RequestCtx* ctx, bool readable) {
     SubmitJob(ctx, Stage::kRecv);
 }
 
-void OnReplyTimeout(evutil_socket_t, short, void* arg) {
-    EndWait(static_cast<RequestCtx*>(arg), false);
+// Loop thread: the wait's timer. Its first firing, kClientWatchAfterMs into the wait, starts
+// watching the client's socket (see ArmReply); a later one is the reply's time-out.
+void OnReplyTimer(evutil_socket_t, short, void* arg) {
+    auto* ctx = static_cast<RequestCtx*>(arg);
+    int left = ctx->server->options.replyTimeoutMs - kClientWatchAfterMs;
+    if (!ctx->waitedLong && left > 0) {
+        ctx->waitedLong = true;
+        struct timeval rest = Millis(left);
+        if (evtimer_add(ctx->reply, &rest) == 0) {
+            WatchClient(ctx);
+            return;
+        }
+    }
+    EndWait(ctx, false);
 }
 
 // Loop thread: the reply watch reports a parked request's reply. The worker's hand-over of the
@@ -332,8 +353,8 @@ void ArmReply(RequestCtx* ctx) {
         EndWait(ctx, true);
         return;
     }
-    struct timeval timeout = Millis(ctx->server->options.replyTimeoutMs);
-    ctx->reply = evtimer_new(ctx->server->base, &OnReplyTimeout, ctx);
+    struct timeval timeout = Millis(std::min(kClientWatchAfterMs, ctx->server->options.replyTimeoutMs));
+    ctx->reply = evtimer_new(ctx->server->base, &OnReplyTimer, ctx);
     if (ctx->reply == nullptr || evtimer_add(ctx->reply, &timeout) != 0) {
         HOST_LOG(3, "cannot wait for fd %d", p.asyncFd);
         FreeEvent(&ctx->reply);
@@ -344,7 +365,6 @@ void ArmReply(RequestCtx* ctx) {
         return;
     }
     ctx->armed = true;
-    WatchClient(ctx);
 }
 
 // Loop thread: a worker finished a job.

@@ -1,7 +1,9 @@
-// Awaited replies are watched on an epoll instance of their own, which the event loop watches as
-// one descriptor. The worker that parks a request registers its service file there: registering a
+// Awaited replies are watched on epoll instances of their own, which the event loop watches as a
+// few descriptors. The worker that parks a request registers its service file there: registering a
 // service file asks the service file system whether it is readable (a round trip to the service),
-// which on the loop would stall every other connection once per parked request.
+// which on the loop would stall every other connection once per parked request. An instance is
+// locked for the length of that round trip, so descriptors are spread over kShards instances: the
+// workers' registrations and the loop's collection rarely wait for each other.
 #ifndef VKS_HOST_REPLY_WATCH_H
 #define VKS_HOST_REPLY_WATCH_H
 
@@ -29,9 +31,10 @@ public:
 
 private:
     static void OnReadable(int fd, short what, void* self);
+    static constexpr int kShards = 8;
 
-    int epoll_ = -1;
-    struct event* watch_ = nullptr;
+    int epoll_[kShards] = {-1, -1, -1, -1, -1, -1, -1, -1};
+    struct event* watch_[kShards] = {};
     Handler handler_ = nullptr;
     void* arg_ = nullptr;
 };

@@ -32,6 +32,7 @@ struct RequestCtx {
     bool watched;     // its service file is in the server's reply watch
     bool armed;       // the loop waits for its reply (time-out and client watch set); loop thread only
     bool replyReady;  // the watch reported the reply before the loop armed the wait; loop thread only
+    bool waitedLong;  // the wait outlasted kClientWatchAfterMs: the client's socket is watched
     bool holdsLane;   // a write running its phases: the lane of its resource is held until its end
     bool queued;      // a write waiting in the lane of its resource
 };
