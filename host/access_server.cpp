@@ -157,8 +157,8 @@ ReplyRead ReadAwaitedReply(int fd, bool wait, dxmp_message** msg) {
     *msg = dxmp_message_new(0);
     int rc = *msg != nullptr ? dxmp_message_recvfd(*msg, fd) : -1;
     bool notYet = rc != 0 && !wait && errno == EAGAIN;  // a frame cut short is EPROTO, never EAGAIN
-    if (!wait) {
-        fcntl(fd, F_SETFL, flags);
+    if (notYet) {
+        fcntl(fd, F_SETFL, flags);  // taken or failed, the descriptor is closed next: no need
     }
     if (rc == 0) {
         return ReplyRead::kTaken;
