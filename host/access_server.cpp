@@ -253,17 +253,13 @@ const int kClientWatchAfterMs = 500;
 void EndWait(RequestCtx* ctx, bool readable) {
     FreeEvent(&ctx->reply);
     FreeEvent(&ctx->clientWatch);  // from here a departure shows when the answer is written
-    if (readable) {
-        ctx->watched = false;  // reported once, then disabled; closing the file ends the entry
-    } else {
-        Unwatch(ctx);
-    }
-    ctx->armed = false;
     if (!readable) {
+        Unwatch(ctx);
         TakeReply(&ctx->phases, ctx->phases.asyncFd, false);
         SubmitJob(ctx, Stage::kFormatOnly);
         return;
     }
+    ctx->watched = false;  // reported once, then disabled; closing the file ends the entry
     SubmitJob(ctx, Stage::kRecv);
 }
 
@@ -287,7 +283,7 @@ void OnReplyTimer(evutil_socket_t, short, void* arg) {
 // request may still be queued: the reply then waits for it (ArmReply).
 void OnReplyReady(void* item, void*) {
     auto* ctx = static_cast<RequestCtx*>(item);
-    if (!ctx->armed) {
+    if (ctx->reply == nullptr) {  // not armed yet
         ctx->replyReady = true;
         return;
     }
@@ -364,7 +360,6 @@ void ArmReply(RequestCtx* ctx) {
         SubmitJob(ctx, Stage::kFormatOnly);
         return;
     }
-    ctx->armed = true;
 }
 
 // Loop thread: a worker finished a job.

@@ -26,11 +26,10 @@ struct RequestCtx {
     AccessServer* server;
     Connection* conn;            // the connection the request came on; loop thread only
     struct evhttp_request* req;  // null once the client has gone; loop thread only
-    struct event* reply;         // the time-out of an awaited reply; loop thread only
+    struct event* reply;         // the timer of an awaited reply, set while the loop waits for it
     struct event* clientWatch;   // the client's socket while its reply is awaited; loop thread only
     Stage stage;
     bool watched;     // its service file is in the server's reply watch
-    bool armed;       // the loop waits for its reply (time-out and client watch set); loop thread only
     bool replyReady;  // the watch reported the reply before the loop armed the wait; loop thread only
     bool waitedLong;  // the wait outlasted kClientWatchAfterMs: the client's socket is watched
     bool holdsLane;   // a write running its phases: the lane of its resource is held until its end

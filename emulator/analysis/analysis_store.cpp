@@ -68,15 +68,13 @@ enum Getter { kAvailable, kCapacity, kPopUps, kTasks };
 
 void AnalysisStore::WatchChanges(std::shared_ptr<const std::atomic<uint64_t>> changes) {
     std::lock_guard<std::mutex> lock(mutex_);
-    changes_ = std::move(changes);
+    changes_.Watch(std::move(changes));
     ForgetLocked();
 }
 
 bool AnalysisStore::RecallLocked(const AnswerKey& key, void* out, size_t size) {
-    uint64_t changes = changes_ != nullptr ? changes_->load() : 0;
-    if (changes != changesSeen_) {
+    if (changes_.Moved()) {
         ForgetLocked();
-        changesSeen_ = changes;
     }
     auto kept = answers_.find(key);
     if (kept == answers_.end() || kept->second.size() != size) {

@@ -52,8 +52,7 @@ private:
     std::mutex mutex_;
     std::unique_ptr<vks_state::Database> db_;
     std::map<AnswerKey, std::vector<unsigned char>> answers_;
-    std::shared_ptr<const std::atomic<uint64_t>> changes_;
-    uint64_t changesSeen_ = 0;
+    vks_state::ChangeWatch changes_;
 };
 
 }  // namespace analysis

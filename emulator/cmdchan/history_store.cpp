@@ -142,10 +142,8 @@ bool Store::InsertDemoRecords(vks_state::Database& db, std::string* error) {
 }
 
 int Store::GetSetting(int cmd, uint64_t channelId, std::vector<unsigned char>* record) {
-    uint64_t changes = changes_ != nullptr ? changes_->load() : 0;
-    if (changes != changesSeen_) {
+    if (changes_.Moved()) {
         settings_.clear();
-        changesSeen_ = changes;
     }
     auto known = settings_.find({cmd, channelId});
     if (known == settings_.end()) {

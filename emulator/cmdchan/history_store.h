@@ -13,9 +13,7 @@
 #include <utility>
 #include <vector>
 
-namespace vks_state {
-class Database;
-}
+#include "state_db.h"
 
 namespace cmdchan {
 
@@ -56,7 +54,10 @@ public:
     int GetSetting(int cmd, uint64_t channelId, std::vector<unsigned char>* record);
     bool PutSetting(int cmd, uint64_t channelId, const std::vector<unsigned char>& record);
     // The counter other writers of this file count up after each change (the control API).
-    void WatchChanges(std::shared_ptr<const std::atomic<uint64_t>> changes) { changes_ = std::move(changes); }
+    void WatchChanges(std::shared_ptr<const std::atomic<uint64_t>> changes) {
+        changes_.Watch(std::move(changes));
+        settings_.clear();
+    }
 
     // Records matching the filter, oldest first, from startIndex on, at most count; total counts all
     // that match. False on a database error.
@@ -75,8 +76,7 @@ private:
     std::unique_ptr<vks_state::Database> db_;
     // Settings by (command, channel) as last read or written: found, and the record.
     std::map<std::pair<int, uint64_t>, std::pair<bool, std::vector<unsigned char>>> settings_;
-    std::shared_ptr<const std::atomic<uint64_t>> changes_;
-    uint64_t changesSeen_ = 0;
+    vks_state::ChangeWatch changes_;
 };
 
 }  // namespace cmdchan

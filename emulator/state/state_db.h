@@ -3,6 +3,7 @@
 #ifndef VKS_STATE_DB_H
 #define VKS_STATE_DB_H
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -18,6 +19,27 @@ namespace vks_state {
 
 // Writers of other connections are waited for this long before a statement fails as busy.
 #define VKS_STATE_BUSY_TIMEOUT_MS 5000
+
+// A counter that writers of the file on other connections (the control API) count up after each
+// change. A component that keeps answers in memory asks Moved() before it uses them and drops them
+// when it says yes. Unwatched (no counter), nothing ever moves.
+class ChangeWatch {
+public:
+    void Watch(std::shared_ptr<const std::atomic<uint64_t>> changes) {
+        changes_ = std::move(changes);
+        seen_ = changes_ != nullptr ? changes_->load() : 0;
+    }
+    bool Moved() {
+        uint64_t now = changes_ != nullptr ? changes_->load() : 0;
+        bool moved = now != seen_;
+        seen_ = now;
+        return moved;
+    }
+
+private:
+    std::shared_ptr<const std::atomic<uint64_t>> changes_;
+    uint64_t seen_ = 0;
+};
 
 class Database {
 public:

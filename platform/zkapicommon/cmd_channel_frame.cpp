@@ -91,6 +91,27 @@ IoStatus WriteFrame(int fd, const unsigned char* header, const void* payload, si
     return WriteAll(fd, static_cast<const unsigned char*>(payload) + done, length - done, deadlineMs);
 }
 
+// Receives into buf (room bytes, *have of them filled) until at least want are there, waiting for
+// each further part until the deadline. kIoClosed when the peer closed before the first byte.
+IoStatus RecvAtLeast(int fd, unsigned char* buf, size_t room, size_t want, size_t* have, int64_t deadlineMs) {
+    while (*have < want) {
+        ssize_t n = recv(fd, buf + *have, room - *have, MSG_DONTWAIT);
+        if (n > 0) {
+            *have += static_cast<size_t>(n);
+        } else if (n == 0) {
+            return *have == 0 ? kIoClosed : kIoError;
+        } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            IoStatus st = WaitReady(fd, POLLIN, deadlineMs);
+            if (st != kIoOk) {
+                return st;
+            }
+        } else if (errno != EINTR) {
+            return kIoError;
+        }
+    }
+    return kIoOk;
+}
+
 }  // namespace
 
 uint32_t ReplyLimit(uint16_t op) {
@@ -159,30 +180,8 @@ IoStatus WriteAll(int fd, const void* data, size_t len, int64_t deadlineMs) {
 }
 
 IoStatus ReadAll(int fd, void* data, size_t len, int64_t deadlineMs) {
-    unsigned char* p = static_cast<unsigned char*>(data);
     size_t got = 0;
-    while (got < len) {
-        ssize_t n = recv(fd, p + got, len - got, MSG_DONTWAIT);
-        if (n > 0) {
-            got += static_cast<size_t>(n);
-            continue;
-        }
-        if (n == 0) {
-            return got == 0 ? kIoClosed : kIoError;
-        }
-        if (errno == EINTR) {
-            continue;
-        }
-        if (errno == EAGAIN || errno == EWOULDBLOCK) {
-            IoStatus st = WaitReady(fd, POLLIN, deadlineMs);
-            if (st != kIoOk) {
-                return st;
-            }
-            continue;
-        }
-        return kIoError;
-    }
-    return kIoOk;
+    return RecvAtLeast(fd, static_cast<unsigned char*>(data), len, len, &got, deadlineMs);
 }
 
 IoStatus WriteRequest(int fd, const OutgoingRequest& request, int64_t deadlineMs) {
@@ -212,22 +211,7 @@ IoStatus FrameReader::Fill(int fd) {
 }
 
 IoStatus FrameReader::ReadAtLeast(int fd, size_t want, int64_t deadlineMs) {
-    while (have_ < want) {
-        ssize_t n = recv(fd, buf_.data() + have_, buf_.size() - have_, MSG_DONTWAIT);
-        if (n > 0) {
-            have_ += static_cast<size_t>(n);
-        } else if (n == 0) {
-            return have_ == 0 ? kIoClosed : kIoError;
-        } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
-            IoStatus st = WaitReady(fd, POLLIN, deadlineMs);
-            if (st != kIoOk) {
-                return st;
-            }
-        } else if (errno != EINTR) {
-            return kIoError;
-        }
-    }
-    return kIoOk;
+    return RecvAtLeast(fd, buf_.data(), buf_.size(), want, &have_, deadlineMs);
 }
 
 // Takes the payload of the frame whose header heads the buffer and drops the frame from it.

@@ -240,8 +240,8 @@ int dxmp_message_recvfd(dxmp_message* msg, int fd) {
             errno = EPROTO;
         }
     } else if (n >= 0) {
-        errno =
-            EPROTO;  // a frame cut short (on a non-blocking descriptor too: EAGAIN means nothing was read)
+        // A frame cut short, on a non-blocking descriptor too: EAGAIN means that nothing was read.
+        errno = EPROTO;
     }
     int savedErrno = errno;
     free(frame);
