@@ -3,74 +3,10 @@
 
 #include <string.h>
 
+#include "cjson_owned.h"
+#include "cjson_print.h"
+
 namespace {
-
-// What the squeeze must look at outside strings; every other character is copied as it is (a
-// table lookup per character: the printed text is kilobytes long).
-struct SqueezeStops {
-    bool stops[256];
-};
-
-constexpr SqueezeStops MakeSqueezeStops() {
-    SqueezeStops table{};
-    table.stops[0] = true;
-    table.stops[static_cast<unsigned char>('"')] = true;
-    table.stops[static_cast<unsigned char>(' ')] = true;
-    return table;
-}
-
-constexpr SqueezeStops kSqueezeStops = MakeSqueezeStops();
-
-// Copies a string's body from in (just after its opening quote) to out, up to and including the
-// closing quote, in runs between backslashes (strcspn scans many bytes at a time); an escaped
-// character is copied with its backslash. Returns where reading stopped (after the closing quote,
-// or at the NUL of an unterminated string).
-const char* CopyStringBody(const char* in, char** out) {
-    char* o = *out;
-    for (;;) {
-        size_t run = strcspn(in, "\"\\");
-        memmove(o, in, run);
-        o += run;
-        in += run;
-        char c = *in;
-        if (c == '\0') {
-            break;
-        }
-        *o++ = c;
-        ++in;
-        if (c == '"') {
-            break;
-        }
-        if (*in != '\0') {  // the character after a backslash
-            *o++ = *in++;
-        }
-    }
-    *out = o;
-    return in;
-}
-
-// json-c's spaced style puts blanks inside brackets ("{ "a": 1 }"); the host prints {"a": 1}.
-// Squeezing them out of the tree's own print buffer keeps the text owned by the tree.
-void SqueezeBracketBlanks(char* text) {
-    char* out = text;
-    const char* in = text;
-    for (;;) {
-        while (!kSqueezeStops.stops[static_cast<unsigned char>(*in)]) {
-            *out++ = *in++;
-        }
-        char c = *in++;
-        if (c == '\0') {
-            break;
-        }
-        if (c == '"') {
-            *out++ = c;
-            in = CopyStringBody(in, &out);
-        } else if (!((out > text && (out[-1] == '{' || out[-1] == '[')) || *in == '}' || *in == ']')) {
-            *out++ = c;  // a blank between members or after a colon stays
-        }
-    }
-    *out = '\0';
-}
 
 // Objects with at most this many members are searched by walking them: 13 lookups in a 13-member
 // body cost about 1,600 instructions less walked than hashed.
@@ -129,9 +65,13 @@ json_object* cJSON_CreateString(const char* text) {
 }
 
 void cJSON_AddItemToObject(json_object* object, const char* key, json_object* item) {
-    // Ownership passes on every path: an item that cannot be linked is released here.
-    if (object == nullptr || key == nullptr || !json_object_is_type(object, json_type_object) ||
-        json_object_object_add(object, key, item) != 0) {
+    // Ownership passes on every path: an item that cannot be linked is released here. The object
+    // keeps its keys' copies itself (json-c is told they are constant).
+    const char* kept = object == nullptr || key == nullptr || !json_object_is_type(object, json_type_object)
+                           ? nullptr
+                           : cjson_owned::KeepKey(object, key);
+    if (kept == nullptr ||
+        json_object_object_add_ex(object, kept, item, JSON_C_OBJECT_ADD_CONSTANT_KEY) != 0) {
         json_object_put(item);
     }
 }
@@ -177,17 +117,13 @@ json_object* cJSON_Parse(const char* text) {
 }
 
 char* cJSON_Print(json_object* object) {
-    if (object == nullptr) {
-        return nullptr;
+    if (json_object_is_type(object, json_type_object) || json_object_is_type(object, json_type_array)) {
+        return cjson_print::PrintContainer(object);
     }
-    // The returned buffer is the tree's print buffer: writable heap memory, rebuilt on every print
-    // and released with the tree.
-    char* text = const_cast<char*>(
-        json_object_to_json_string_ext(object, JSON_C_TO_STRING_SPACED | JSON_C_TO_STRING_NOSLASHESCAPE));
-    if (text != nullptr) {
-        SqueezeBracketBlanks(text);
-    }
-    return text;
+    // A scalar prints alike in every style; the text is the value's own print buffer.
+    return object == nullptr ? nullptr
+                             : const_cast<char*>(json_object_to_json_string_ext(
+                                   object, JSON_C_TO_STRING_SPACED | JSON_C_TO_STRING_NOSLASHESCAPE));
 }
 
 void cJSON_Delete(json_object* object) {

@@ -1,6 +1,9 @@
 // The host's JSON tree functions: print style, key order, lookups, parsing and ownership.
 #include <gtest/gtest.h>
 
+#include <stdio.h>
+#include <string.h>
+
 #include <string>
 
 #include "cjson.h"
@@ -33,6 +36,60 @@ TEST(CJsonTree, NumbersKeepTheirFullWidth) {
     cJSON_AddItemToObject(root, "i32", cJSON_CreateNumber(-2147483647 - 1));
     EXPECT_EQ(Printed(root),
               R"({"u64": 18446744073709551615, "i64": -9223372036854775808, "i32": -2147483648})");
+    cJSON_Delete(root);
+}
+
+// json-c's own print of a lone string or number is the reference for how the host writes values.
+std::string JsonC(json_object* value) {
+    std::string text = json_object_to_json_string_ext(value, JSON_C_TO_STRING_NOSLASHESCAPE);
+    json_object_put(value);
+    return text;
+}
+
+TEST(CJsonTree, WritesStringsAndNumbersAsJsonCDoes) {
+    std::string everyByte;
+    for (int c = 1; c < 256; ++c) {
+        everyByte += static_cast<char>(c);
+    }
+    for (const std::string& text :
+         {everyByte, std::string(), std::string("/api/x?a=1"), std::string(300, 'k')}) {
+        json_object* root = cJSON_CreateObject();
+        cJSON_AddItemToObject(root, text.c_str(), cJSON_CreateString(text.c_str()));
+        std::string quoted = JsonC(json_object_new_string(text.c_str()));
+        EXPECT_EQ(Printed(root), "{" + quoted + ": " + quoted + "}");
+        cJSON_Delete(root);
+    }
+    json_object* array = cJSON_CreateArray();
+    std::string expected;
+    for (long long value : {-9223372036854775807LL - 1, -1LL, 0LL, 9223372036854775807LL}) {
+        cJSON_AddItemToArray(array, cJSON_CreateNumber(value));
+        expected += JsonC(json_object_new_int64(value)) + ", ";
+    }
+    for (unsigned long long value : {9223372036854775808ULL, 18446744073709551615ULL}) {
+        cJSON_AddItemToArray(array, cJSON_CreateNumber(value));
+        expected += JsonC(json_object_new_uint64(value)) + ", ";
+    }
+    cJSON_AddItemToArray(array, json_object_new_boolean(1));
+    cJSON_AddItemToArray(array, json_object_new_boolean(0));
+    EXPECT_EQ(Printed(array), "[" + expected + "true, false]");
+    cJSON_Delete(array);
+    json_object* parsed = cJSON_Parse(R"([1.50, 2e3, -0.0, {"a": [{}]}])");  // doubles keep their text
+    EXPECT_EQ(Printed(parsed), R"([1.50, 2e3, -0.0, {"a": [{}]}])");
+    cJSON_Delete(parsed);
+}
+
+TEST(CJsonTree, ObjectsKeepCopiesOfTheirKeys) {
+    // Past the first block of key copies, and with the caller's key text overwritten after each add.
+    json_object* root = cJSON_Parse(R"({"parsed": 1})");
+    std::string expected = R"({"parsed": 1)";
+    char key[64];
+    for (int i = 0; i < 40; ++i) {
+        snprintf(key, sizeof(key), "a_rather_long_member_name_%02d", i);
+        cJSON_AddItemToObject(root, key, cJSON_CreateNumber(i));
+        expected += std::string(", \"") + key + "\": " + std::to_string(i);
+        memset(key, 'x', sizeof(key) - 1);
+    }
+    EXPECT_EQ(Printed(root), expected + "}");
     cJSON_Delete(root);
 }
 
