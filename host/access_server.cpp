@@ -1,13 +1,11 @@
 #include "access_server.h"
 
-#include <arpa/inet.h>
 #include <event2/buffer.h>
 #include <event2/bufferevent.h>
 #include <event2/event.h>
 #include <event2/http.h>
 #include <event2/http_struct.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -23,11 +21,13 @@
 #include "docs_routes.h"
 #include "host_log.h"
 #include "http_answer.h"
+#include "loop_events.h"
 #include "phases.h"
 #include "request_ctx.h"
 #include "request_header.h"
 #include "status_map.h"
 #include "unix_cmd_channel.h"
+#include "web_files.h"
 
 namespace vks_host {
 namespace {
@@ -38,17 +38,6 @@ constexpr const char kApiPrefix[] = "/api/";
 void SubmitJob(RequestCtx* ctx, Stage stage);
 void DestroyRequest(RequestCtx* ctx);
 void WatchClient(RequestCtx* ctx);
-
-void FreeEvent(struct event** e) {
-    if (*e != nullptr) {
-        event_free(*e);
-        *e = nullptr;
-    }
-}
-
-timeval Millis(int ms) {
-    return {ms / 1000, (ms % 1000) * 1000};
-}
 
 // A write runs its phases only while it holds the lane of its resource: PreProc's read, Parse's
 // merge and Run's store of one request never interleave with another write of that resource.
@@ -491,19 +480,6 @@ void OnSignal(evutil_socket_t, short, void* arg) {
     CheckDrained(server);
 }
 
-uint16_t BoundPort(struct evhttp_bound_socket* socket) {
-    struct sockaddr_storage addr;
-    socklen_t len = sizeof(addr);
-    if (getsockname(evhttp_bound_socket_get_fd(socket), reinterpret_cast<struct sockaddr*>(&addr), &len) !=
-        0) {
-        return 0;
-    }
-    if (addr.ss_family == AF_INET6) {
-        return ntohs(reinterpret_cast<struct sockaddr_in6*>(&addr)->sin6_port);
-    }
-    return ntohs(reinterpret_cast<struct sockaddr_in*>(&addr)->sin_port);
-}
-
 int SetUpHttp(AccessServer* server, std::string* err) {
     server->http = evhttp_new(server->base);
     if (server->http == nullptr) {
@@ -534,7 +510,7 @@ int SetUpHttp(AccessServer* server, std::string* err) {
         *err = std::string("cannot raise the listen backlog: ") + strerror(errno);
         return -1;
     }
-    server->boundPort = BoundPort(socket);
+    server->boundPort = vks_web::BoundPort(socket);
     if (WatchConnections(server, socket) != 0) {
         *err = "cannot watch the connections";
         return -1;

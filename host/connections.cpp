@@ -14,6 +14,7 @@
 #include "access_server.h"
 #include "host_log.h"
 #include "http_answer.h"
+#include "loop_events.h"
 
 namespace vks_host {
 
@@ -33,17 +34,6 @@ struct Connection {
 namespace {
 
 const int kAcceptPauseMs = 100;
-
-timeval Millis(int ms) {
-    return {ms / 1000, (ms % 1000) * 1000};
-}
-
-void FreeEvent(struct event** e) {
-    if (*e != nullptr) {
-        event_free(*e);
-        *e = nullptr;
-    }
-}
 
 // Accepting runs unless accept() just failed or the connection limit is reached.
 void UpdateAccepting(AccessServer* server) {

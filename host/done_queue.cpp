@@ -1,6 +1,5 @@
 #include "done_queue.h"
 
-#include <event2/event.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -13,10 +12,7 @@ DoneQueue::~DoneQueue() {
 int DoneQueue::Start(struct event_base* base, Handler handler, void* arg) {
     handler_ = handler;
     arg_ = arg;
-    wakeFd_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    watch_ =
-        wakeFd_ >= 0 ? event_new(base, wakeFd_, EV_READ | EV_PERSIST, &DoneQueue::OnWake, this) : nullptr;
-    return watch_ != nullptr && event_add(watch_, nullptr) == 0 ? 0 : -1;
+    return wake_.Start(base, eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), &DoneQueue::OnWake, this);
 }
 
 void DoneQueue::Push(void* item) {
@@ -28,7 +24,7 @@ void DoneQueue::Push(void* item) {
     }
     if (wasEmpty) {
         uint64_t one = 1;
-        ssize_t n = write(wakeFd_, &one, sizeof(one));
+        ssize_t n = write(wake_.fd(), &one, sizeof(one));
         (void)n;  // an eventfd write fails only when the counter would overflow: it is readable then
     }
 }
@@ -51,14 +47,7 @@ void DoneQueue::OnWake(int fd, short, void* self) {
 }
 
 void DoneQueue::Stop() {
-    if (watch_ != nullptr) {
-        event_free(watch_);
-        watch_ = nullptr;
-    }
-    if (wakeFd_ >= 0) {
-        close(wakeFd_);
-        wakeFd_ = -1;
-    }
+    wake_.Stop();
     std::lock_guard<std::mutex> lock(mutex_);
     items_.clear();
 }

@@ -8,7 +8,8 @@
 #include <mutex>
 #include <vector>
 
-struct event;
+#include "loop_events.h"
+
 struct event_base;
 
 namespace vks_host {
@@ -35,8 +36,7 @@ private:
     std::mutex mutex_;
     std::vector<void*> items_;   // under mutex_
     std::vector<void*> taking_;  // loop thread only
-    int wakeFd_ = -1;
-    struct event* watch_ = nullptr;
+    OwnedFdWatch wake_;          // an eventfd
     Handler handler_ = nullptr;
     void* arg_ = nullptr;
 };

@@ -7,7 +7,8 @@
 #ifndef VKS_HOST_REPLY_WATCH_H
 #define VKS_HOST_REPLY_WATCH_H
 
-struct event;
+#include "loop_events.h"
+
 struct event_base;
 
 namespace vks_host {
@@ -17,7 +18,6 @@ public:
     using Handler = void (*)(void* item, void* arg);
 
     ReplyWatch() = default;
-    ~ReplyWatch();
     ReplyWatch(const ReplyWatch&) = delete;
     ReplyWatch& operator=(const ReplyWatch&) = delete;
 
@@ -33,8 +33,7 @@ private:
     static void OnReadable(int fd, short what, void* self);
     static constexpr int kShards = 8;
 
-    int epoll_[kShards] = {-1, -1, -1, -1, -1, -1, -1, -1};
-    struct event* watch_[kShards] = {};
+    OwnedFdWatch shards_[kShards];  // epoll instances
     Handler handler_ = nullptr;
     void* arg_ = nullptr;
 };

@@ -2,6 +2,8 @@
 
 #include <event2/buffer.h>
 #include <event2/keyvalq_struct.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <stdlib.h>
 
 #include <fstream>
@@ -92,6 +94,19 @@ void SendFile(struct evhttp_request* req, const std::string& root, const std::st
         return;
     }
     SendText(req, 200, ContentType(relative), body.str());
+}
+
+uint16_t BoundPort(struct evhttp_bound_socket* socket) {
+    struct sockaddr_storage addr;
+    socklen_t len = sizeof(addr);
+    if (getsockname(evhttp_bound_socket_get_fd(socket), reinterpret_cast<struct sockaddr*>(&addr), &len) !=
+        0) {
+        return 0;
+    }
+    if (addr.ss_family == AF_INET6) {
+        return ntohs(reinterpret_cast<struct sockaddr_in6*>(&addr)->sin6_port);
+    }
+    return ntohs(reinterpret_cast<struct sockaddr_in*>(&addr)->sin_port);
 }
 
 }  // namespace vks_web

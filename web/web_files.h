@@ -5,6 +5,8 @@
 
 #include <event2/http.h>
 
+#include <stdint.h>
+
 #include <string>
 
 namespace vks_web {
@@ -23,6 +25,9 @@ void SendFile(struct evhttp_request* req, const std::string& root, const std::st
 
 // The request's path, decoded, without the query; "" when it cannot be decoded.
 std::string RequestPath(struct evhttp_request* req);
+
+// The port a listening socket was bound to (IPv4 or IPv6); 0 when it cannot be read.
+uint16_t BoundPort(struct evhttp_bound_socket* socket);
 
 // Sends a text body with the given content type and status.
 void SendText(struct evhttp_request* req, int code, const char* type, const std::string& body);

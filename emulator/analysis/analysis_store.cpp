@@ -129,23 +129,6 @@ int AnalysisStore::GetCapacity(_VW_CapacityList_S* out) {
     return rc;
 }
 
-int AnalysisStore::SetCounts(const _VW_AvailableList_S& available, const _VW_CapacityList_S& capacity) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    const uint64_t rows[3][2] = {{available.faceDetection, capacity.faceDetect},
-                                 {available.vhdDetection, capacity.vhdDetect},
-                                 {available.vhdFaceMode, capacity.vhdFaceDetect}};
-    ForgetLocked();
-    vks_state::Statement upsert(*db_, "INSERT OR REPLACE INTO analysis_counts VALUES (?, ?, ?)");
-    for (int slot = 0; slot < 3; ++slot) {
-        upsert.Bind(1, slot)
-            .Bind(2, static_cast<int64_t>(rows[slot][0]))
-            .Bind(3, static_cast<int64_t>(rows[slot][1]));
-        upsert.Step();
-        upsert.Reset();
-    }
-    return upsert.Ok() ? 0 : -1;
-}
-
 int AnalysisStore::GetPopUps(uint64_t channelId, _FaceRecPopUpPara* out) {
     std::lock_guard<std::mutex> lock(mutex_);
     const AnswerKey key{kPopUps, channelId, 0};
@@ -224,13 +207,6 @@ int AnalysisStore::AddTask(int32_t channelGroup, const _VW_TaskEnable_S& task) {
     }
     insert.Step();
     return insert.Ok() ? 0 : -1;
-}
-
-int AnalysisStore::ClearTasks() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    ForgetLocked();
-    std::string error;
-    return db_->Exec("DELETE FROM analysis_tasks;", &error);
 }
 
 }  // namespace analysis

@@ -31,10 +31,8 @@ public:
     int PutPopUps(const _FaceRecPopUpPara& in);
     // Tasks of channelId (0: every channel), of channelGroup (0: every group), at most 32.
     int GetTasks(uint64_t channelId, int32_t channelGroup, _VW_TasksEnableList_S* out);
-    // Test and demo set-up: replaces the counts, or adds one task.
-    int SetCounts(const _VW_AvailableList_S& available, const _VW_CapacityList_S& capacity);
+    // Test and demo set-up: adds one task.
     int AddTask(int32_t channelGroup, const _VW_TaskEnable_S& task);
-    int ClearTasks();
     // Every analysis table back to the demo data, on any connection to the state file.
     static int ResetToDemo(vks_state::Database& db, std::string* error);
 

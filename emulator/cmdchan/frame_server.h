@@ -34,8 +34,6 @@ public:
     FrameServer(const FrameServer&) = delete;
     FrameServer& operator=(const FrameServer&) = delete;
 
-    const std::string& SocketPath() const { return path_; }
-
 private:
     FrameServer() = default;
     struct Connection {

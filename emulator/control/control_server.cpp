@@ -5,8 +5,6 @@
 #include <event2/http.h>
 #include <event2/keyvalq_struct.h>
 #include <event2/thread.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 
 #include <cstdlib>
 #include <thread>
@@ -216,13 +214,6 @@ void OnRequest(struct evhttp_request* req, void* arg) {
     }
 }
 
-uint16_t BoundPort(struct evhttp_bound_socket* socket) {
-    struct sockaddr_in addr = {};
-    socklen_t len = sizeof(addr);
-    getsockname(evhttp_bound_socket_get_fd(socket), reinterpret_cast<struct sockaddr*>(&addr), &len);
-    return ntohs(addr.sin_port);
-}
-
 }  // namespace
 
 ControlServer::ControlServer(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
@@ -258,7 +249,7 @@ std::unique_ptr<ControlServer> ControlServer::Start(const ControlOptions& option
         *error = "control port: cannot listen on 127.0.0.1:" + std::to_string(options.port);
         return nullptr;
     }
-    impl->port = BoundPort(socket);
+    impl->port = vks_web::BoundPort(socket);
     struct event_base* base = impl->base;
     impl->thread = std::thread([base] { event_base_dispatch(base); });
     return std::unique_ptr<ControlServer>(new ControlServer(std::move(impl)));

@@ -1,5 +1,7 @@
 #include "log_capture.h"
 
+#include <stdio.h>
+
 namespace vks_test {
 
 LogCapture::LogCapture() {
@@ -56,6 +58,12 @@ void LogCapture::Clear() {
     std::lock_guard<std::mutex> lock(mutex_);
     debug_.clear();
     oplog_.clear();
+}
+
+std::string PointerText(const void* p) {
+    char text[32];
+    snprintf(text, sizeof(text), "%p", p);
+    return text;
 }
 
 }  // namespace vks_test

@@ -50,6 +50,9 @@ private:
     std::vector<OpLogLine> oplog_;
 };
 
+// A pointer as the module's "%p" log lines print it.
+std::string PointerText(const void* p);
+
 }  // namespace vks_test
 
 #endif

@@ -1,6 +1,5 @@
 // PUT bodies: ParseCommon<T> merges the body into the record that PreProc left in preProcOut and
 // moves it to parseOut, or leaves the slots as they were.
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -77,12 +76,6 @@ TEST_F(ParseCommonBody, NoBodyGivesFourAndLeavesTheSlots) {
     ExpectDecodeFailLine();
 }
 
-std::string Pointer(const void* p) {
-    char text[32];
-    snprintf(text, sizeof(text), "%p", p);
-    return text;
-}
-
 TEST_F(ParseCommonBody, NullArgumentsAndAMissingRecordGiveMinusOne) {
     content_.pContent = "{}";
     struct Case {
@@ -95,8 +88,10 @@ TEST_F(ParseCommonBody, NullArgumentsAndAMissingRecordGiveMinusOne) {
     for (const Case& c : cases) {
         capture_.Clear();
         EXPECT_EQ(ParseCommon<Filter>(c.header, c.content, c.ctIn), VW_FAILED);
-        std::string line = "[ZKAPI]:ParseCommon: invalid param, pstHeader[" + Pointer(c.header) +
-                           "] pstHttpContent[" + Pointer(c.content) + "] pstCtIn[" + Pointer(c.ctIn) + "]";
+        std::string line = "[ZKAPI]:ParseCommon: invalid param, pstHeader[" +
+                           vks_test::PointerText(c.header) + "] pstHttpContent[" +
+                           vks_test::PointerText(c.content) + "] pstCtIn[" + vks_test::PointerText(c.ctIn) +
+                           "]";
         EXPECT_TRUE(capture_.Has(3, line)) << line;
         ExpectSlotsUnchanged();
     }

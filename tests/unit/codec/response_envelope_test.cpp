@@ -1,6 +1,5 @@
 // GET bodies: the module's FormatCommonResponse<T> and the host's status envelope, text instance and
 // result mapping, written through a scripted Copy2Buf.
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -34,12 +33,6 @@ const Mapping kMappings[] = {
     {7, "Service Error"},
     {-2147483647 - 1, "Service Error"},
 };
-
-std::string Pointer(const void* p) {
-    char text[32];
-    snprintf(text, sizeof(text), "%p", p);
-    return text;
-}
 
 class ResponseEnvelope : public testing::Test {
 protected:
@@ -129,8 +122,9 @@ TEST_F(ResponseEnvelope, NullArgumentsAreRefused) {
     for (const Case& c : cases) {
         capture_.Clear();
         EXPECT_EQ(FormatCommonResponse<HistoryRecordSwitch>(c.header, 0, c.ctIn, c.buf), -1);
-        ExpectErrorLine("[ZKAPI]:FormatCommonResponse: invalid param, pstHeader[" + Pointer(c.header) +
-                        "] pstCtInt[" + Pointer(c.ctIn) + "] pstBuf[" + Pointer(c.buf) + "]");
+        ExpectErrorLine("[ZKAPI]:FormatCommonResponse: invalid param, pstHeader[" +
+                        vks_test::PointerText(c.header) + "] pstCtInt[" + vks_test::PointerText(c.ctIn) +
+                        "] pstBuf[" + vks_test::PointerText(c.buf) + "]");
     }
     EXPECT_EQ(out.calls, 0);
 }

@@ -43,7 +43,6 @@ public:
     // Caps the read time-out of every connection (0: no cap). For tests of clients that set long
     // time-outs; the ioctl is still recorded with the value the client sent.
     void SetTimeoutCapMs(unsigned long capMs);
-    const std::string& MountPoint() const { return mountPoint_; }
 
 private:
     FileSystem() = default;
