@@ -15,8 +15,10 @@ hard=$(ulimit -Hn)
 if [ "$hard" != unlimited ] && (( hard < 20256 )) && ulimit -Hn 20256 2>/dev/null; then hard=20256; fi
 parked=10000
 if [ "$hard" != unlimited ] && (( (hard - 256) / 2 < parked )); then parked=$(( (hard - 256) / 2 )); fi
+source scripts/fuse-io-uring.sh
+fuse_io_uring_on
 out=$(mktemp)
-trap 'rm -f "$out"' EXIT
+trap 'rm -f "$out"; fuse_io_uring_restore' EXIT
 for ((i = 1; i <= reps; i++)); do
   echo "== run $i of $reps" >&2
   "$build/bin/exchange_bench" | tee -a "$out" >&2

@@ -9,6 +9,11 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/setup.sh
+# The service file system's tests run through the kernel's io_uring queues where it has them; one
+# test also runs the device alone.
+source scripts/fuse-io-uring.sh
+fuse_io_uring_on
+trap fuse_io_uring_restore EXIT
 
 presets=("$@")
 budgets_only=false

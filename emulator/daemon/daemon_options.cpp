@@ -13,6 +13,8 @@ bool ParseOne(const std::string& name, const std::string& value, DaemonOptions* 
         options->help = true;
     } else if (name == "--mount" && !value.empty()) {
         options->mountPoint = value;
+    } else if (name == "--no-io-uring" && value.empty()) {
+        options->ioUring = false;
     } else if (name == "--control-port" || name == "--journal-size") {
         char* end = nullptr;
         long n = strtol(value.c_str(), &end, 10);
@@ -81,6 +83,9 @@ std::string DaemonUsage() {
                "\"itgt.paas.vks\",\nand serves the command channel, until SIGINT or SIGTERM.\n"
                "Options take their value as --name=value or --name value.\n"
                "  --mount=DIR              where to mount the service file system (default /mnt/srvfs)\n"
+               "  --no-io-uring            serve the service file system through the FUSE device alone, "
+               "even\n"
+               "                           where the kernel offers its io_uring queues\n"
                "  --db=PATH                SQLite state file, created with demo data on first start "
                "(default " VKS_EMULATOR_DEFAULT_DB
                ")\n"

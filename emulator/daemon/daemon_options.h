@@ -14,6 +14,7 @@
 
 struct DaemonOptions {
     std::string mountPoint = "/mnt/srvfs";
+    bool ioUring = true;  // see srvfs::MountOptions
     std::string dbPath = VKS_EMULATOR_DEFAULT_DB;
     bool help = false;
     std::shared_ptr<faults::FaultTable> faults = std::make_shared<faults::FaultTable>();  // analysis service

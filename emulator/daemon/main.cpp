@@ -61,6 +61,7 @@ int Serve(const DaemonOptions& options, const sigset_t& stopSignals) {
     }
     srvfs::MountOptions mount;
     mount.mountPoint = options.mountPoint;
+    mount.ioUring = options.ioUring;
     std::unique_ptr<srvfs::FileSystem> fs = srvfs::FileSystem::Mount(mount, &error);
     if (fs == nullptr) {
         return Fail(error);

@@ -1,7 +1,8 @@
 // Mounting, serving and unmounting. The loop is our own rather than fuse_session_loop, so that
 // stopping never depends on the kernel aborting the connection: a client that still holds a
 // service file open cannot keep the server alive. It waits in read() on the FUSE device, one system
-// call per request; stopping interrupts that read with a signal (see Unmount).
+// call per request; stopping interrupts that read with a signal (see Unmount). Where the kernel
+// offers io_uring queues, they carry the requests instead and the device only the rest (fuse_ring.h).
 #include "srvfs/file_system.h"
 
 #include <errno.h>
@@ -16,6 +17,7 @@
 
 #include "core.h"
 #include "fuse_ops.h"
+#include "fuse_ring.h"
 #include "srvfs/mount_point.h"
 
 namespace srvfs {
@@ -44,11 +46,13 @@ std::unique_ptr<FileSystem> FileSystem::Mount(const MountOptions& options, std::
     }
     std::unique_ptr<FileSystem> fs(new FileSystem());
     fs->core_ = std::make_shared<detail::Core>(options.defaultTimeoutMs);
+    fs->ring_ = std::make_unique<detail::FuseRing>(options.ioUring);
+    fs->sessionData_.reset(new detail::SessionData{fs->core_.get(), fs->ring_.get()});
     fs->mountPoint_ = options.mountPoint;
     std::vector<const char*> argv{"srvfs", "-o", "fsname=srvfs,subtype=srvfs,allow_other"};
     fuse_args args = FUSE_ARGS_INIT(static_cast<int>(argv.size()), const_cast<char**>(argv.data()));
     const fuse_lowlevel_ops& ops = detail::ServiceFileOps();
-    fs->session_ = fuse_session_new(&args, &ops, sizeof(ops), fs->core_.get());
+    fs->session_ = fuse_session_new(&args, &ops, sizeof(ops), fs->sessionData_.get());
     fuse_opt_free_args(&args);  // option parsing may have copied the arguments
     if (fs->session_ == nullptr) {
         *error = "fuse_session_new failed";
@@ -59,6 +63,10 @@ std::unique_ptr<FileSystem> FileSystem::Mount(const MountOptions& options, std::
         fuse_session_destroy(fs->session_);
         fs->session_ = nullptr;
         return nullptr;
+    }
+    if (fs->ring_->Attach(fs->session_) != 0) {
+        *error = "cannot take over the FUSE device's reads and writes";
+        return nullptr;  // the destructor unmounts
     }
     InstallWakeHandler();
     fs->loop_ = std::thread(&FileSystem::Loop, fs.get());
@@ -134,6 +142,7 @@ void FileSystem::Unmount() {
     }
     // Reads still parked get an answer while the kernel still listens; then nothing runs any more.
     core_->Shutdown(ENOTCONN);
+    ring_->Stop();  // after the answers above have gone out through it
     fuse_session_unmount(session_);
     fuse_session_destroy(session_);
     session_ = nullptr;
@@ -159,6 +168,10 @@ void FileSystem::RemoveService(const std::string& name) {
 
 int FileSystem::OpenConnections(const std::string& name) const {
     return core_->OpenConnections(name);
+}
+
+uint64_t FileSystem::RingRequests() const {
+    return ring_ != nullptr ? ring_->RingRequests() : 0;
 }
 
 void FileSystem::SetTimeoutCapMs(unsigned long capMs) {

@@ -17,7 +17,7 @@ namespace detail {
 namespace {
 
 Core& CoreOf(fuse_req_t req) {
-    return *static_cast<Core*>(fuse_req_userdata(req));
+    return *static_cast<SessionData*>(fuse_req_userdata(req))->core;
 }
 
 const double kNameCacheSeconds = 86400.0;

@@ -14,11 +14,18 @@ namespace {
 
 const decltype(statfs::f_type) kFuseSuperMagic = 0x65735546;  // a mount that a live server answers
 
+// What an access to the mount of a server that died gives: ENOTCONN once the kernel has ended the
+// connection; ECANCELED or ECONNABORTED while it still tears down the server's io_uring queues,
+// which it does in the background for a moment after the process is gone.
+bool ServerGone(int err) {
+    return err == ENOTCONN || err == ECANCELED || err == ECONNABORTED;
+}
+
 }  // namespace
 
 int PrepareMountPoint(const std::string& path, std::string* note, std::string* error) {
     struct stat st;
-    if (stat(path.c_str(), &st) != 0 && errno == ENOTCONN) {
+    if (stat(path.c_str(), &st) != 0 && ServerGone(errno)) {
         // A server that died without unmounting leaves a mount whose every access fails.
         if (umount2(path.c_str(), MNT_DETACH) != 0) {
             *error = "stale mount at " + path +

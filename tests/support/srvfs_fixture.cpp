@@ -46,7 +46,7 @@ private:
     std::vector<IoctlCall> ioctls_;
 };
 
-std::unique_ptr<SrvfsMount> SrvfsMount::Create(std::string* why) {
+std::unique_ptr<SrvfsMount> SrvfsMount::Create(std::string* why, bool ioUring) {
     // Never mount over the host's /mnt/srvfs: only inside the namespace the test main made.
     if (!InPrivateMountNamespace(why)) {
         return nullptr;
@@ -57,6 +57,7 @@ std::unique_ptr<SrvfsMount> SrvfsMount::Create(std::string* why) {
     }
     std::unique_ptr<SrvfsMount> mount(new SrvfsMount());
     srvfs::MountOptions options;
+    options.ioUring = ioUring;
     mount->fs_ = srvfs::FileSystem::Mount(options, why);
     if (mount->fs_ == nullptr) {
         return nullptr;

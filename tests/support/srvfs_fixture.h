@@ -37,7 +37,8 @@ class SrvfsMount {
 public:
     // Mounts the service file system at /mnt/srvfs in this test process's private mount namespace.
     // Null with the reason in *why when it cannot (not root, no /dev/fuse, no private namespace).
-    static std::unique_ptr<SrvfsMount> Create(std::string* why);
+    // ioUring: take the kernel's io_uring queues when it offers them.
+    static std::unique_ptr<SrvfsMount> Create(std::string* why, bool ioUring = true);
     ~SrvfsMount();  // unmounts
     void AddService(const std::string& name, ScriptFn fn);
     void RemoveService(const std::string& name);

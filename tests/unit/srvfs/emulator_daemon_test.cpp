@@ -104,7 +104,9 @@ TEST_F(EmulatorDaemonTest, RestartClearsTheDeadMountOfAKilledRun) {
     Stop(SIGKILL);
     struct stat st;
     EXPECT_EQ(-1, stat("/mnt/srvfs", &st));
-    EXPECT_EQ(ENOTCONN, errno);
+    // ECANCELED, ECONNABORTED: the request came while the kernel was still tearing down the dead
+    // server's io_uring queues, before it ended the connection.
+    EXPECT_TRUE(errno == ENOTCONN || errno == ECANCELED || errno == ECONNABORTED) << strerror(errno);
 
     output.clear();
     ASSERT_TRUE(Start(&output)) << output;

@@ -5,6 +5,7 @@
 #define SRVFS_FILE_SYSTEM_H
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <thread>
@@ -14,6 +15,11 @@
 struct fuse_session;
 
 namespace srvfs {
+namespace detail {
+class Core;
+class FuseRing;
+struct SessionData;
+}  // namespace detail
 
 #define SRVFS_DEFAULT_MOUNT "/mnt/srvfs"
 // Read time-out of a connection whose client never set one: the value every known client sets.
@@ -22,6 +28,9 @@ namespace srvfs {
 struct MountOptions {
     std::string mountPoint = SRVFS_DEFAULT_MOUNT;
     unsigned long defaultTimeoutMs = SRVFS_DEFAULT_TIMEOUT_MS;
+    // Serve requests from the kernel's per-CPU io_uring queues when it offers them (the fuse
+    // module's enable_uring parameter); otherwise, or when false, through the device alone.
+    bool ioUring = true;
 };
 
 class FileSystem {
@@ -43,6 +52,8 @@ public:
     // Caps the read time-out of every connection (0: no cap). For tests of clients that set long
     // time-outs; the ioctl is still recorded with the value the client sent.
     void SetTimeoutCapMs(unsigned long capMs);
+    // Requests served from the io_uring queues so far (0: the device alone serves).
+    uint64_t RingRequests() const;
 
 private:
     FileSystem() = default;
@@ -50,6 +61,8 @@ private:
     bool SelfCheck(std::string* error);
 
     std::shared_ptr<detail::Core> core_;
+    std::unique_ptr<detail::FuseRing> ring_;
+    std::unique_ptr<detail::SessionData> sessionData_;
     fuse_session* session_ = nullptr;
     std::string mountPoint_;
     std::atomic<bool> stop_{false};
