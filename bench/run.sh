@@ -23,6 +23,7 @@ for ((i = 1; i <= reps; i++)); do
   echo "== run $i of $reps" >&2
   "$build/bin/exchange_bench" | tee -a "$out" >&2
   "$build/bin/http_bench" | tee -a "$out" >&2
+  "$build/bin/http_bench" --same-tasks | tee -a "$out" >&2
   "$build/bin/async_bench" --scale --requests "$parked" | tee -a "$out" >&2
   "$build/bin/codec_bench" --benchmark_repetitions=5 | grep -o 'metric .*' | tee -a "$out" >&2
 done
