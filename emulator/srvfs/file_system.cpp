@@ -73,6 +73,11 @@ std::unique_ptr<FileSystem> FileSystem::Mount(const MountOptions& options, std::
     if (!fs->SelfCheck(error)) {
         return nullptr;
     }
+    // The self-check's open needed INIT answered; the io_uring queues start just after the answer.
+    if (!fs->ring_->WaitForInit(10000)) {
+        *error = "the FUSE connection's set-up did not finish";
+        return nullptr;
+    }
     return fs;
 }
 

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 
 #include "fuse_ops.h"
 #include "ring_queue.h"
@@ -63,16 +64,16 @@ ssize_t FuseRing::Read(int fd, void* buf, size_t len, void* userdata) {
     return res;
 }
 
-// Whether the kernel offers the ring in this INIT. Only the first INIT of a session counts.
+// The session's INIT, and whether the kernel offers the ring in it. Only the first INIT counts.
 void FuseRing::NoteInit(const void* request, size_t size) {
     const auto* in = static_cast<const fuse_in_header*>(request);
-    if (!allowRing_ || initUnique_ != 0 || size < sizeof(*in) + sizeof(fuse_init_in) ||
-        in->opcode != FUSE_INIT) {
+    if (initUnique_ != 0 || size < sizeof(*in) + sizeof(fuse_init_in) || in->opcode != FUSE_INIT) {
         return;
     }
     const auto* init = reinterpret_cast<const fuse_init_in*>(in + 1);
     initUnique_ = in->unique;
-    offered_ = (init->flags & FUSE_INIT_EXT) != 0 && (init->flags2 & ring_abi::kInitFlags2OverIoUring) != 0;
+    offered_ = allowRing_ && (init->flags & FUSE_INIT_EXT) != 0 &&
+               (init->flags2 & ring_abi::kInitFlags2OverIoUring) != 0;
 }
 
 ssize_t FuseRing::Writev(int fd, iovec* iov, int count, void* userdata) {
@@ -81,10 +82,14 @@ ssize_t FuseRing::Writev(int fd, iovec* iov, int count, void* userdata) {
     size_t total = TotalLength(iov, count);
     RingEntry* entry = out->unique != 0 ? self.Take(out->unique) : nullptr;
     if (entry == nullptr) {
-        bool init = self.PatchInitReply(iov, count);
+        bool init = self.initUnique_ != 0 && out->unique == self.initUnique_;
+        bool ring = init && self.PatchInitReply(iov, count);
         ssize_t res = writev(fd, iov, count);
-        if (init && res >= 0) {
+        if (ring && res >= 0) {
             self.StartQueues();  // the kernel has the reply: it now takes ring entries
+        }
+        if (init) {
+            self.InitAnswered();
         }
         return res;
     }
@@ -125,7 +130,6 @@ bool FuseRing::PatchInitReply(iovec* iov, int count) {
 }
 
 // One queue per CPU the kernel may run a caller on; it takes the ring into use once every queue
-// has an entry.
 // has an entry. Called on the device thread, which waits until every queue has its entries in place,
 // so that every request after INIT already finds the ring.
 void FuseRing::StartQueues() {
@@ -140,6 +144,17 @@ void FuseRing::StartQueues() {
     } else {
         fprintf(stderr, "srvfs: %d of %d io_uring queues started: the FUSE device serves\n", ready, cpus);
     }
+}
+
+void FuseRing::InitAnswered() {
+    std::lock_guard<std::mutex> lock(initMutex_);
+    initAnswered_ = true;
+    initDone_.notify_all();
+}
+
+bool FuseRing::WaitForInit(int timeoutMs) {
+    std::unique_lock<std::mutex> lock(initMutex_);
+    return initDone_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [this] { return initAnswered_; });
 }
 
 void FuseRing::Track(uint64_t unique, RingEntry* entry) {

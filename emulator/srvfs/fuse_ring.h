@@ -15,6 +15,7 @@
 #include <sys/uio.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -38,6 +39,9 @@ public:
     // Puts the hooks on a mounted session. The session's userdata must lead to this object
     // through SessionData (fuse_ops.h). 0 or -errno.
     int Attach(fuse_session* session);
+    // Waits until INIT has been answered and, where the kernel offered the ring, every queue has
+    // started: from then on every request comes through a ring. False after timeoutMs.
+    bool WaitForInit(int timeoutMs);
     // Ends the queue threads after they have sent every reply already given. Requests that reach
     // a ring afterwards wait until the connection is aborted, which closing the session does.
     void Stop();
@@ -59,13 +63,17 @@ private:
     void NoteInit(const void* request, size_t size);
     bool PatchInitReply(iovec* iov, int count);
     void StartQueues();
+    void InitAnswered();
     RingEntry* Take(uint64_t unique);
 
     const bool allowRing_;
     fuse_session* session_ = nullptr;
     int fd_ = -1;
-    uint64_t initUnique_ = 0;
+    uint64_t initUnique_ = 0;  // INIT and its reply pass on the device thread alone
     bool offered_ = false;
+    std::mutex initMutex_;
+    std::condition_variable initDone_;
+    bool initAnswered_ = false;
     size_t payloadSize_ = 0;
     std::vector<std::unique_ptr<RingQueue>> queues_;
     std::mutex pendingMutex_;
