@@ -121,6 +121,7 @@ bool RingQueue::Setup() {
         fprintf(stderr, "srvfs ring %u: io_uring: %s\n", qid_, strerror(-res));
         return false;
     }
+    fixedDevice_ = uring_.RegisterDescriptors(ring_.DeviceFd());
     request_.resize(sizeof(fuse_in_header) + ring_abi::kOpInSize + ring_.PayloadSize());
     ArmWake();
     if (!AddEntries(kFirstEntries)) {
@@ -173,7 +174,8 @@ io_uring_sqe* RingQueue::Sqe() {
 
 void RingQueue::PrepareCommand(io_uring_sqe* sqe, uint32_t command, RingEntry* entry) const {
     sqe->opcode = IORING_OP_URING_CMD;
-    sqe->fd = ring_.DeviceFd();
+    sqe->fd = fixedDevice_ ? 0 : ring_.DeviceFd();
+    sqe->flags = fixedDevice_ ? IOSQE_FIXED_FILE : 0;
     sqe->cmd_op = command;
     sqe->user_data = reinterpret_cast<uintptr_t>(entry);
     auto* req = reinterpret_cast<ring_abi::CommandRequest*>(&sqe->addr3);

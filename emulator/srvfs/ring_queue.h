@@ -69,7 +69,8 @@ private:
     FuseRing& ring_;
     const unsigned qid_;
     std::vector<std::unique_ptr<RingEntry>> entries_;
-    Uring uring_;  // after the entries: the ring closes before their memory goes
+    Uring uring_;               // after the entries: the ring closes before their memory goes
+    bool fixedDevice_ = false;  // the device is the ring's fixed file 0
     int wakeFd_ = -1;
     uint64_t wakeValue_ = 0;
     unsigned idle_ = 0;              // entries in the kernel, waiting for a request

@@ -39,6 +39,17 @@ void Uring::Close() {
     }
 }
 
+bool Uring::RegisterDescriptors(int fd) {
+    io_uring_rsrc_update update{};
+    update.offset = ~0u;  // any free slot
+    update.data = static_cast<uint64_t>(fd_);
+    if (syscall(__NR_io_uring_register, fd_, IORING_REGISTER_RING_FDS, &update, 1) == 1) {
+        enterFd_ = static_cast<int>(update.offset);
+        enterFlags_ = IORING_ENTER_REGISTERED_RING;
+    }
+    return syscall(__NR_io_uring_register, fd_, IORING_REGISTER_FILES, &fd, 1) == 0;
+}
+
 int Uring::Init(unsigned entries, unsigned flags) {
     memset(&params_, 0, sizeof(params_));
     params_.flags = flags | IORING_SETUP_SQE128;
@@ -47,6 +58,7 @@ int Uring::Init(unsigned entries, unsigned flags) {
         return -errno;
     }
     fd_ = fd;
+    enterFd_ = fd;
     if ((params_.features & IORING_FEAT_SINGLE_MMAP) == 0) {
         return -EOPNOTSUPP;  // kernels old enough to lack it have no FUSE ring either
     }
@@ -89,8 +101,8 @@ io_uring_sqe* Uring::NextSqe() {
 
 int Uring::SubmitAndWait(unsigned waitFor) {
     __atomic_store_n(At(rings_, params_.sq_off.tail), sqTail_, __ATOMIC_RELEASE);
-    unsigned flags = waitFor > 0 ? IORING_ENTER_GETEVENTS : 0;
-    long res = syscall(__NR_io_uring_enter, fd_, toSubmit_, waitFor, flags, nullptr, 0);
+    unsigned flags = enterFlags_ | (waitFor > 0 ? IORING_ENTER_GETEVENTS : 0);
+    long res = syscall(__NR_io_uring_enter, enterFd_, toSubmit_, waitFor, flags, nullptr, 0);
     if (res < 0) {
         return -errno;
     }

@@ -6,6 +6,7 @@
 #include <linux/io_uring.h>
 
 #include <cstddef>
+#include <cstdint>
 
 namespace srvfs {
 namespace detail {
@@ -21,6 +22,9 @@ public:
     int Init(unsigned entries, unsigned flags);
     // Gives the ring back: the kernel cancels what is still pending on it. Idempotent.
     void Close();
+    // Registers the ring's own descriptor, and `fd` as fixed file 0, so that neither is looked up
+    // again on every entry into the kernel. True when fd is registered (IOSQE_FIXED_FILE, index 0).
+    bool RegisterDescriptors(int fd);
     // A zeroed entry of the full 128 bytes, or null when the submission ring is full.
     io_uring_sqe* NextSqe();
     // Hands the prepared entries to the kernel and waits for at least `waitFor` completions.
@@ -43,6 +47,8 @@ private:
     io_uring_params params_{};
     unsigned sqTail_ = 0;  // ours until SubmitAndWait publishes it
     unsigned toSubmit_ = 0;
+    int enterFd_ = -1;  // the ring's descriptor, or its registered index
+    unsigned enterFlags_ = 0;
 };
 
 template <class Fn>
