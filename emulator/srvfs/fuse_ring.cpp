@@ -79,25 +79,31 @@ void FuseRing::NoteInit(const void* request, size_t size) {
 ssize_t FuseRing::Writev(int fd, iovec* iov, int count, void* userdata) {
     FuseRing& self = RingOf(userdata);
     const auto* out = static_cast<const fuse_out_header*>(iov[0].iov_base);
-    size_t total = TotalLength(iov, count);
     RingEntry* entry = out->unique != 0 ? self.Take(out->unique) : nullptr;
-    if (entry == nullptr) {
-        bool init = self.initUnique_ != 0 && out->unique == self.initUnique_;
-        bool ring = init && self.PatchInitReply(iov, count);
-        ssize_t res = writev(fd, iov, count);
-        if (ring && res >= 0) {
-            self.StartQueues();  // the kernel has the reply: it now takes ring entries
-        }
-        if (init) {
-            self.InitAnswered();
-        }
-        return res;
+    if (entry != nullptr) {
+        return CommitReply(entry, iov, count);
     }
-    auto* ringOut = reinterpret_cast<fuse_out_header*>(entry->header->inOut);
-    *ringOut = *out;
+    bool init = self.initUnique_ != 0 && out->unique == self.initUnique_;
+    bool ring = init && self.PatchInitReply(iov, count);
+    ssize_t res = writev(fd, iov, count);
+    if (ring && res >= 0) {
+        self.StartQueues();  // the kernel has the reply: it now takes ring entries
+    }
+    if (init) {
+        self.InitAnswered();
+    }
+    return res;
+}
+
+// A reply to a request that came on a ring: the out header where the in header was, every
+// argument after it in the payload, and the entry back to its queue.
+ssize_t FuseRing::CommitReply(RingEntry* entry, const iovec* iov, int count) {
+    auto* out = reinterpret_cast<fuse_out_header*>(entry->header->inOut);
+    *out = *static_cast<const fuse_out_header*>(iov[0].iov_base);
+    size_t total = TotalLength(iov, count);
     size_t payload = total - iov[0].iov_len;
     if (payload > entry->payloadSize) {
-        ringOut->error = -EIO;  // cannot happen within max_write; never a truncated reply
+        out->error = -EIO;  // cannot happen within max_write; never a truncated reply
         payload = 0;
     }
     size_t at = 0;
@@ -105,7 +111,7 @@ ssize_t FuseRing::Writev(int fd, iovec* iov, int count, void* userdata) {
         memcpy(entry->payload + at, iov[i].iov_base, iov[i].iov_len);
         at += iov[i].iov_len;
     }
-    ringOut->len = static_cast<uint32_t>(sizeof(*ringOut) + payload);
+    out->len = static_cast<uint32_t>(sizeof(*out) + payload);
     entry->header->entry.payloadSz = static_cast<uint32_t>(payload);
     entry->queue->Commit(entry);
     return static_cast<ssize_t>(total);

@@ -62,6 +62,7 @@ public:
 private:
     void NoteInit(const void* request, size_t size);
     bool PatchInitReply(iovec* iov, int count);
+    static ssize_t CommitReply(RingEntry* entry, const iovec* iov, int count);
     void StartQueues();
     void InitAnswered();
     RingEntry* Take(uint64_t unique);
