@@ -78,6 +78,10 @@ std::unique_ptr<FileSystem> FileSystem::Mount(const MountOptions& options, std::
         *error = "the FUSE connection's set-up did not finish";
         return nullptr;
     }
+    if (fs->ring_->Broken()) {
+        *error = "the kernel took the io_uring queues but not all of them started (run with --no-io-uring)";
+        return nullptr;  // unmounting ends the connection: callers fail instead of waiting
+    }
     return fs;
 }
 

@@ -84,10 +84,10 @@ ssize_t FuseRing::Writev(int fd, iovec* iov, int count, void* userdata) {
         return CommitReply(entry, iov, count);
     }
     bool init = self.initUnique_ != 0 && out->unique == self.initUnique_;
-    bool ring = init && self.PatchInitReply(iov, count);
+    bool ring = init && self.OfferRing(iov, count);
     ssize_t res = writev(fd, iov, count);
-    if (ring && res >= 0) {
-        self.StartQueues();  // the kernel has the reply: it now takes ring entries
+    if (ring) {
+        self.StartQueues(res >= 0);  // the kernel has the reply: it now takes ring entries
     }
     if (init) {
         self.InitAnswered();
@@ -117,38 +117,62 @@ ssize_t FuseRing::CommitReply(RingEntry* entry, const iovec* iov, int count) {
     return static_cast<ssize_t>(total);
 }
 
-// Adds the ring to libfuse's INIT reply when the kernel offered it, and learns the largest payload a
-// request or reply can carry, which every entry must hold. True when it did.
-bool FuseRing::PatchInitReply(iovec* iov, int count) {
+// Adds the ring to libfuse's INIT reply when the kernel offered it and every queue has its ring and
+// first entries ready. Once the kernel has taken the ring, a request waits until every queue has an
+// entry in the kernel, so a queue that could not even be set up must keep the ring out of the answer.
+bool FuseRing::OfferRing(iovec* iov, int count) {
     const auto* out = static_cast<const fuse_out_header*>(iov[0].iov_base);
-    if (!offered_ || out->unique != initUnique_ || out->error != 0 || count < 2 ||
+    if (!offered_ || out->error != 0 || count < 2 ||
         iov[1].iov_len < offsetof(fuse_init_out, flags2) + sizeof(uint32_t)) {
         return false;
     }
     auto* init = static_cast<fuse_init_out*>(iov[1].iov_base);
-    init->flags |= FUSE_INIT_EXT;
-    init->flags2 |= ring_abi::kInitFlags2OverIoUring;
+    // Every entry holds the largest payload a request or reply can carry.
     size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     size_t pages = (init->flags & FUSE_MAX_PAGES) != 0 ? init->max_pages : kDefaultMaxPages;
     payloadSize_ = std::max({kMinReadBuffer, static_cast<size_t>(init->max_write), pages * page});
-    offered_ = false;
+    if (!PrepareQueues()) {
+        fprintf(stderr, "srvfs: io_uring queues cannot be set up: the FUSE device serves\n");
+        return false;
+    }
+    init->flags |= FUSE_INIT_EXT;
+    init->flags2 |= ring_abi::kInitFlags2OverIoUring;
     return true;
 }
 
 // One queue per CPU the kernel may run a caller on; it takes the ring into use once every queue
-// has an entry. Called on the device thread, which waits until every queue has its entries in place,
-// so that every request after INIT already finds the ring.
-void FuseRing::StartQueues() {
+// has an entry.
+bool FuseRing::PrepareQueues() {
     int cpus = get_nprocs_conf();
-    int ready = 0;
     for (int qid = 0; qid < cpus; ++qid) {
         queues_.push_back(std::make_unique<RingQueue>(*this, static_cast<unsigned>(qid)));
-        ready += queues_.back()->Start() ? 1 : 0;
+        if (!queues_.back()->Prepare()) {
+            Stop();
+            queues_.clear();
+            return false;
+        }
     }
-    if (ready == cpus) {
+    return true;
+}
+
+// Called on the device thread, which waits until every queue has its entries in the kernel, so
+// that every request after INIT already finds the ring.
+void FuseRing::StartQueues(bool answered) {
+    if (!answered) {
+        Stop();  // the INIT answer did not reach the kernel: the connection is over
+        return;
+    }
+    int started = 0;
+    for (auto& queue : queues_) {
+        started += queue->Start() ? 1 : 0;
+    }
+    int cpus = static_cast<int>(queues_.size());
+    if (started == cpus) {
         fprintf(stderr, "srvfs: requests come through io_uring, one queue per CPU (%d)\n", cpus);
     } else {
-        fprintf(stderr, "srvfs: %d of %d io_uring queues started: the FUSE device serves\n", ready, cpus);
+        fprintf(stderr, "srvfs: %d of %d io_uring queues started after the kernel took the ring\n", started,
+                cpus);
+        broken_ = true;
     }
 }
 

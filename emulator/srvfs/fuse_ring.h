@@ -45,6 +45,9 @@ public:
     // Ends the queue threads after they have sent every reply already given. Requests that reach
     // a ring afterwards wait until the connection is aborted, which closing the session does.
     void Stop();
+    // The kernel took the ring but not every queue could hand it entries: requests would wait for
+    // good, so the mount must not be used.
+    bool Broken() const { return broken_; }
     // Requests served from a ring so far: 0 when the kernel did not offer it.
     uint64_t RingRequests() const { return ringRequests_.load(std::memory_order_relaxed); }
 
@@ -61,9 +64,10 @@ public:
 
 private:
     void NoteInit(const void* request, size_t size);
-    bool PatchInitReply(iovec* iov, int count);
+    bool OfferRing(iovec* iov, int count);
+    bool PrepareQueues();
     static ssize_t CommitReply(RingEntry* entry, const iovec* iov, int count);
-    void StartQueues();
+    void StartQueues(bool answered);
     void InitAnswered();
     RingEntry* Take(uint64_t unique);
 
@@ -75,6 +79,7 @@ private:
     std::mutex initMutex_;
     std::condition_variable initDone_;
     bool initAnswered_ = false;
+    bool broken_ = false;  // written before InitAnswered, read after WaitForInit
     size_t payloadSize_ = 0;
     std::vector<std::unique_ptr<RingQueue>> queues_;
     std::mutex pendingMutex_;

@@ -59,22 +59,36 @@ RingQueue::~RingQueue() {
     }
 }
 
-bool RingQueue::Start() {
+bool RingQueue::Prepare() {
     wakeFd_ = eventfd(0, EFD_CLOEXEC);
     if (wakeFd_ < 0) {
         perror("srvfs ring: eventfd");
         return false;
     }
-    std::promise<bool> started;
-    std::future<bool> result = started.get_future();
-    thread_ = std::thread(&RingQueue::Run, this, &started);
+    std::promise<bool> prepared;
+    std::future<bool> result = prepared.get_future();
+    thread_ = std::thread(&RingQueue::Run, this, &prepared);
     return result.get();
+}
+
+bool RingQueue::Start() {
+    std::future<bool> result = started_.get_future();
+    Go(true);
+    return result.get();
+}
+
+void RingQueue::Go(bool go) {
+    if (!goGiven_) {
+        goGiven_ = true;
+        go_.set_value(go);
+    }
 }
 
 void RingQueue::Stop() {
     if (!thread_.joinable()) {
         return;
     }
+    Go(false);  // a queue still waiting for the go ends without touching the kernel
     stop_ = true;
     uint64_t one = 1;
     if (write(wakeFd_, &one, sizeof(one)) != sizeof(one)) {
@@ -112,9 +126,9 @@ void RingQueue::Pin() const {
     pthread_setaffinity_np(pthread_self(), sizeof(cpus), &cpus);
 }
 
-// The ring and its first entries. The kernel takes (or refuses) a registration while it is being
-// submitted, so once the submission returns and its refusals are reaped, the entries are in place.
-bool RingQueue::Setup() {
+// The ring and its first entries, prepared but not submitted: the kernel takes entries only once
+// INIT is answered, and the answer offers the ring only when every queue got this far.
+bool RingQueue::Create() {
     // One thread submits, and completions run when it waits for them: no interrupts for task work.
     int res = uring_.Init(kRingSize, IORING_SETUP_SINGLE_ISSUER | IORING_SETUP_DEFER_TASKRUN);
     if (res != 0) {
@@ -124,10 +138,13 @@ bool RingQueue::Setup() {
     fixedDevice_ = uring_.RegisterDescriptors(ring_.DeviceFd());
     request_.resize(sizeof(fuse_in_header) + ring_abi::kOpInSize + ring_.PayloadSize());
     ArmWake();
-    if (!AddEntries(kFirstEntries)) {
-        return false;
-    }
-    res = uring_.SubmitAndWait(0);
+    return AddEntries(kFirstEntries);
+}
+
+// The kernel takes (or refuses) a registration while it is being submitted, so once the submission
+// returns and its refusals are reaped, the entries are in place.
+bool RingQueue::Register() {
+    int res = uring_.SubmitAndWait(0);
     if (res < 0) {
         fprintf(stderr, "srvfs ring %u: io_uring_enter: %s\n", qid_, strerror(-res));
         return false;
@@ -136,14 +153,19 @@ bool RingQueue::Setup() {
     return !failed_;
 }
 
-void RingQueue::Run(std::promise<bool>* started) {
+void RingQueue::Run(std::promise<bool>* prepared) {
     tServing = this;
     Pin();
-    bool ready = Setup();
+    bool ready = Create();
+    prepared->set_value(ready);  // the promise is gone once Prepare() returns
+    ready = ready && go_.get_future().get();
+    if (ready) {
+        ready = Register();
+        started_.set_value(ready);
+    }
     if (!ready) {
         uring_.Close();  // entries of a queue are refused alike: none stay behind without a thread
     }
-    started->set_value(ready);  // the promise is gone once Start() returns
     while (ready) {
         SubmitCommits();
         if (stop_) {

@@ -46,7 +46,11 @@ public:
     RingQueue(const RingQueue&) = delete;
     RingQueue& operator=(const RingQueue&) = delete;
 
-    // Starts the thread and waits until its first entries are in the kernel: true when they are.
+    // Before INIT is answered: starts the thread, which creates its ring and first entries, and
+    // waits for that. True when they are ready; the kernel has not seen them yet.
+    bool Prepare();
+    // Once the INIT answer that takes the ring is written: hands the entries to the kernel and
+    // waits until they are there. True when they are.
     bool Start();
     // Sends the replies already given, ends the thread and closes the ring.
     void Stop();
@@ -54,8 +58,10 @@ public:
     void Commit(RingEntry* entry);
 
 private:
-    void Run(std::promise<bool>* started);
-    bool Setup();
+    void Run(std::promise<bool>* prepared);
+    bool Create();
+    bool Register();
+    void Go(bool go);
     void Pin() const;
     bool AddEntries(unsigned count);
     io_uring_sqe* Sqe();
@@ -80,6 +86,9 @@ private:
     std::mutex mutex_;
     std::vector<RingEntry*> replied_;  // replies given on other threads
     std::atomic<bool> stop_{false};
+    std::promise<bool> go_;  // set once: start serving, or give up before the kernel saw anything
+    bool goGiven_ = false;
+    std::promise<bool> started_;
     std::thread thread_;
 };
 

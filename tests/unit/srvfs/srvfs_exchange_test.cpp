@@ -7,7 +7,10 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstring>
 #include <fstream>
+#include <functional>
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -155,6 +158,35 @@ TEST(SrvfsTransport, ConcurrentConnectionsGetTheirOwnRepliesEitherWay) {
             EXPECT_EQ(0u, served);
         }
     }
+}
+
+// The kernel offers the ring and gets it in the INIT reply, but no queue can start (io_uring is
+// switched off for the machine): the mount serves through the device all the same. The switch is
+// machine-wide, so ctest runs this case alone; it is put back however the case ends.
+TEST(SrvfsTransport, QueuesThatCannotStartLeaveTheDeviceServing) {
+    const char* kSwitch = "/proc/sys/kernel/io_uring_disabled";
+    std::string before;
+    if (!KernelOffersRing() || !std::getline(std::ifstream(kSwitch), before)) {
+        GTEST_SKIP() << "the kernel does not offer FUSE over io_uring here";
+    }
+    auto put = [kSwitch](const std::string& value) { return bool(std::ofstream(kSwitch) << value); };
+    std::unique_ptr<const char, std::function<void(const char*)>> restore(kSwitch,
+                                                                          [&](const char*) { put(before); });
+    ASSERT_TRUE(put("2"));
+    std::string why;
+    auto mount = SrvfsMount::Create(&why);
+    ASSERT_NE(nullptr, mount) << why;
+    mount->AddService(TEST_SERVICE, [](const std::vector<uint8_t>& request) {
+        return ScriptedReply{EchoReply(request), 0, false};
+    });
+    for (int i = 0; i < 5; ++i) {
+        std::vector<uint8_t> request =
+            RequestFrame(1201, 2, std::vector<uint8_t>(4, static_cast<uint8_t>(i)));
+        std::vector<uint8_t> reply;
+        ASSERT_EQ(0, Exchange(TEST_SERVICE, request, &reply, 3000)) << strerror(errno);
+        EXPECT_EQ(EchoReply(request), reply);
+    }
+    EXPECT_EQ(0u, mount->FileSystem().RingRequests());
 }
 
 TEST_F(SrvfsExchangeTest, PollIsReadableOnlyOnceTheReplyIsThere) {
