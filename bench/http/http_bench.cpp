@@ -19,10 +19,9 @@
 #include <string>
 #include <vector>
 
-#include "analysis_store.h"
 #include "bench_kit.h"
 #include "http_client.h"
-#include "state_db.h"
+#include "state_admin.h"
 
 using namespace vks_bench;
 
@@ -199,9 +198,14 @@ bool Compare(uint16_t port, const Load& floor, int floorStatus, const Load& load
 // pair of the two compares the ways alone rather than one task against four.
 bool SameTasksBothWays(const std::string& dbPath) {
     std::string err;
-    bool ok = analysis::AnalysisStore::Open(dbPath, &err) != nullptr;  // the demo state
-    std::unique_ptr<vks_state::Database> db = ok ? vks_state::Database::Open(dbPath, "", &err) : nullptr;
-    ok = db != nullptr && db->Exec("UPDATE analysis_tasks SET channel_id = 101", &err) == 0;
+    std::unique_ptr<control::StateAdmin> state = control::StateAdmin::Open(dbPath, &err);  // the demo
+    json_object* tasks = state != nullptr ? state->Read("tasks") : nullptr;
+    bool ok = tasks != nullptr;
+    for (size_t i = 0; ok && i < json_object_array_length(tasks); ++i) {
+        json_object_object_add(json_object_array_get_idx(tasks, i), "channelId", json_object_new_int(101));
+    }
+    ok = ok && state->Replace("tasks", tasks, &err);
+    json_object_put(tasks);
     if (!ok) {
         fprintf(stderr, "http_bench: cannot prepare the state: %s\n", err.c_str());
     }

@@ -188,6 +188,7 @@ bool FuseRing::WaitForInit(int timeoutMs) {
 }
 
 void FuseRing::Track(uint64_t unique, RingEntry* entry) {
+    ringRequests_.fetch_add(1, std::memory_order_relaxed);
     std::lock_guard<std::mutex> lock(pendingMutex_);
     pending_.emplace_back(unique, entry);
 }

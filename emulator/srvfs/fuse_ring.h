@@ -59,8 +59,8 @@ public:
     fuse_session* Session() const { return session_; }
     int DeviceFd() const { return fd_; }
     size_t PayloadSize() const { return payloadSize_; }
+    // A request taken from a ring: its reply goes back into this entry.
     void Track(uint64_t unique, RingEntry* entry);
-    void CountRequest() { ringRequests_.fetch_add(1, std::memory_order_relaxed); }
 
 private:
     void NoteInit(const void* request, size_t size);

@@ -90,10 +90,7 @@ void RingQueue::Stop() {
     }
     Go(false);  // a queue still waiting for the go ends without touching the kernel
     stop_ = true;
-    uint64_t one = 1;
-    if (write(wakeFd_, &one, sizeof(one)) != sizeof(one)) {
-        perror("srvfs ring: wake");
-    }
+    Wake();
     thread_.join();
     // Closing the ring now, not with the queue, cancels the entries still waiting in the kernel:
     // requests it hands them from now on find no thread to run them, and only a closed ring lets
@@ -112,8 +109,15 @@ void RingQueue::Commit(RingEntry* entry) {
         first = replied_.empty();
         replied_.push_back(entry);
     }
+    if (first) {
+        Wake();
+    }
+}
+
+// Ends the thread's wait in the kernel: its read of the eventfd completes.
+void RingQueue::Wake() {
     uint64_t one = 1;
-    if (first && write(wakeFd_, &one, sizeof(one)) != sizeof(one)) {
+    if (write(wakeFd_, &one, sizeof(one)) != sizeof(one)) {
         perror("srvfs ring: wake");
     }
 }
@@ -280,7 +284,6 @@ void RingQueue::Dispatch(RingEntry* entry) {
     memcpy(out + sizeof(fuse_in_header), entry->header->opIn, opIn);
     memcpy(out + sizeof(fuse_in_header) + opIn, entry->payload, payload);
     ring_.Track(in->unique, entry);  // before the handler: its reply may come from another thread
-    ring_.CountRequest();
     fuse_buf buf;
     memset(&buf, 0, sizeof(buf));
     buf.mem = out;

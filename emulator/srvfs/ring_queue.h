@@ -62,6 +62,7 @@ private:
     bool Create();
     bool Register();
     void Go(bool go);
+    void Wake();
     void Pin() const;
     bool AddEntries(unsigned count);
     io_uring_sqe* Sqe();

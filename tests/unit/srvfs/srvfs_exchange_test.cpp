@@ -9,7 +9,6 @@
 #include <atomic>
 #include <cstring>
 #include <fstream>
-#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -165,14 +164,19 @@ TEST(SrvfsTransport, ConcurrentConnectionsGetTheirOwnRepliesEitherWay) {
 // switch is machine-wide, so ctest runs this case alone, and it is put back however the case ends.
 // A kernel without the switch (before 6.6) has no FUSE ring either: the device serves there too.
 TEST(SrvfsTransport, QueuesThatCannotStartLeaveTheDeviceServing) {
-    const char* kSwitch = "/proc/sys/kernel/io_uring_disabled";
-    std::string before;
-    auto put = [kSwitch](const std::string& value) { return bool(std::ofstream(kSwitch) << value); };
-    std::unique_ptr<const char, std::function<void(const char*)>> restore(nullptr,
-                                                                          [&](const char*) { put(before); });
-    if (std::getline(std::ifstream(kSwitch), before)) {
-        restore.reset(kSwitch);
-        ASSERT_TRUE(put("2"));
+    struct Switch {
+        const char* path = "/proc/sys/kernel/io_uring_disabled";
+        std::string before;
+        bool exists = bool(std::getline(std::ifstream(path), before));
+        bool Put(const std::string& value) const { return bool(std::ofstream(path) << value); }
+        ~Switch() {
+            if (exists) {
+                Put(before);
+            }
+        }
+    } ioUring;
+    if (ioUring.exists) {
+        ASSERT_TRUE(ioUring.Put("2"));
     }
     std::string why;
     auto mount = SrvfsMount::Create(&why);
