@@ -5,7 +5,7 @@
 #include <event2/event.h>
 #include <event2/http.h>
 #include <event2/http_struct.h>
-#include <fcntl.h>
+#include <sys/ioctl.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -136,18 +136,26 @@ void SendAnswer(RequestCtx* ctx) {
 // descriptor that carried no valid reply.
 enum class ReplyRead { kTaken, kNotYet, kFailed };
 
+// Switches O_NONBLOCK with one call: FIONBIO is served by the kernel itself (it never reaches the
+// service file system) and, unlike F_SETFL, needs no F_GETFL first.
+bool SetNonBlocking(int fd, bool on) {
+    int value = on ? 1 : 0;
+    return ioctl(fd, FIONBIO, &value) == 0;
+}
+
 // Reads the reply from fd into *msg. With wait false the descriptor is non-blocking for this one
 // read, so a reply that is not there yet costs what a readiness check would, and nothing is read.
 ReplyRead ReadAwaitedReply(int fd, bool wait, dxmp_message** msg) {
-    int flags = wait ? 0 : fcntl(fd, F_GETFL);
-    if (!wait && (flags < 0 || fcntl(fd, F_SETFL, flags | O_NONBLOCK) != 0)) {
+    if (!wait && !SetNonBlocking(fd, true)) {
         return ReplyRead::kNotYet;  // the loop waits for it instead
     }
     *msg = dxmp_message_new(0);
     int rc = *msg != nullptr ? dxmp_message_recvfd(*msg, fd) : -1;
     bool notYet = rc != 0 && !wait && errno == EAGAIN;  // a frame cut short is EPROTO, never EAGAIN
     if (notYet) {
-        fcntl(fd, F_SETFL, flags);  // taken or failed, the descriptor is closed next: no need
+        // The module opens the service file blocking, and the parked request's later read waits
+        // for its whole frame. Taken or failed, the descriptor is closed next: no need.
+        SetNonBlocking(fd, false);
     }
     if (rc == 0) {
         return ReplyRead::kTaken;
