@@ -15,7 +15,9 @@ a=${2:-/api/MultiTaskAppTaskModesEnableList}
 b=${3:-/api/MultiTaskAppTaskModesEnableList?ChannelId=101}
 build=$(realpath "${VKS_BUILD_DIR:-build/default}")
 cmake --build "$build" --target vks_emulator vks_access_server >/dev/null
-command -v valgrind >/dev/null && command -v curl >/dev/null || { echo "instructions: needs valgrind and curl" >&2; exit 1; }
+for tool in valgrind callgrind_annotate curl; do
+  command -v "$tool" >/dev/null || { echo "instructions: needs $tool" >&2; exit 1; }
+done
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
