@@ -7,15 +7,19 @@
 # Each target is served twice by a fresh kit (emulator and access server under callgrind, in a private
 # mount namespace), once with N and once with 2N requests on one keep-alive connection; the per-request
 # figure is the difference divided by N, so start-up and shutdown cancel out.
-# Usage: bench/instructions.sh [N] [TARGET_A TARGET_B]      (root; build dir: $VKS_BUILD_DIR)
+# --same-tasks first puts every task of the demo state on channel 101 through the emulator's control
+# API, so that both default targets answer the same four tasks and differ only in their way.
+# Usage: bench/instructions.sh [--same-tasks] [N] [TARGET_A TARGET_B]   (root; build dir: $VKS_BUILD_DIR)
 set -euo pipefail
 cd "$(dirname "$0")/.."
+same_tasks=false
+if [ "${1:-}" = --same-tasks ]; then same_tasks=true; shift; fi
 n=${1:-500}
 a=${2:-/api/MultiTaskAppTaskModesEnableList}
 b=${3:-/api/MultiTaskAppTaskModesEnableList?ChannelId=101}
 build=$(realpath "${VKS_BUILD_DIR:-build/default}")
 cmake --build "$build" --target vks_emulator vks_access_server >/dev/null
-for tool in valgrind callgrind_annotate curl; do
+for tool in valgrind callgrind_annotate curl python3; do
   command -v "$tool" >/dev/null || { echo "instructions: needs $tool" >&2; exit 1; }
 done
 work=$(mktemp -d)
@@ -25,15 +29,21 @@ trap 'rm -rf "$work"' EXIT
 # namespace, so the emulator's /mnt/srvfs is private to it.
 serve() {
   local target=$1 count=$2 out=$3
-  unshare -m bash -s "$build" "$work/kit" "$target" "$count" "$out" <<'KIT'
+  unshare -m bash -s "$build" "$work/kit" "$target" "$count" "$out" "$same_tasks" <<'KIT'
 set -euo pipefail
-build=$1 dir=$2 target=$3 count=$4 out=$5
+build=$1 dir=$2 target=$3 count=$4 out=$5 same_tasks=$6
 rm -rf "$dir"; mkdir -p "$dir/results" /mnt/srvfs
 wait_for() { for _ in $(seq 600); do grep -q "$2" "$1" 2>/dev/null && return 0; sleep 0.1; done; cat "$1" >&2; return 1; }
 "$build/bin/vks_emulator" --mount /mnt/srvfs --db "$dir/vks.db" --cmd-socket "$dir/cmd.sock" \
-  --result-dir "$dir/results" >"$dir/emulator.log" 2>&1 &
+  --result-dir "$dir/results" --control-port=0 >"$dir/emulator.log" 2>&1 &
 emulator=$!
 wait_for "$dir/emulator.log" "vks_emulator: ready"
+if $same_tasks; then
+  control=$(sed -n 's/.*control on \(http:[^ ]*\).*/\1/p' "$dir/emulator.log")control/state/tasks
+  curl -s --fail "$control" |
+    python3 -c 'import json, sys; t = json.load(sys.stdin); [x.update(channelId=101) for x in t]; print(json.dumps(t))' |
+    curl -s --fail -X PUT --data-binary @- "$control" >/dev/null
+fi
 valgrind --tool=callgrind --callgrind-out-file="$out" "$build/bin/vks_access_server" \
   --listen 127.0.0.1:0 --cmd-socket "$dir/cmd.sock" >"$dir/server.log" 2>&1 &
 server=$!
