@@ -34,8 +34,10 @@ set -euo pipefail
 build=$1 dir=$2 target=$3 count=$4 out=$5 same_tasks=$6
 rm -rf "$dir"; mkdir -p "$dir/results" /mnt/srvfs
 wait_for() { for _ in $(seq 600); do grep -q "$2" "$1" 2>/dev/null && return 0; sleep 0.1; done; cat "$1" >&2; return 1; }
+# The control port (and the journal it feeds) only where the state is to be changed through it.
+control_port=(); if $same_tasks; then control_port=(--control-port=0); fi
 "$build/bin/vks_emulator" --mount /mnt/srvfs --db "$dir/vks.db" --cmd-socket "$dir/cmd.sock" \
-  --result-dir "$dir/results" --control-port=0 >"$dir/emulator.log" 2>&1 &
+  --result-dir "$dir/results" "${control_port[@]}" >"$dir/emulator.log" 2>&1 &
 emulator=$!
 wait_for "$dir/emulator.log" "vks_emulator: ready"
 if $same_tasks; then
