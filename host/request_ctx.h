@@ -12,7 +12,8 @@
 namespace vks_host {
 
 // Where a request stands. Written by whoever holds the request (a worker while a job runs, the
-// loop thread otherwise); the hand-over goes through event_active, which orders the accesses.
+// loop thread otherwise); a worker hands the request back through the done queue, whose mutex
+// orders the accesses on both sides.
 enum class Stage {
     kFront,       // queued or running: PreProc, Parse, Run (and Format when no reply is awaited)
     kAwaitReply,  // Run registered a descriptor; the loop arms it

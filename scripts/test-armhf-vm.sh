@@ -41,7 +41,7 @@ mkdir -p "$root$source/build/armhf"
 find "$root$source/build/armhf" -type f -exec arm-linux-gnueabihf-strip --strip-debug {} + 2>/dev/null || true
 (cd build/armhf && find tests -type d) | while read -r d; do mkdir -p "$root$source/build/armhf/$d"; done
 # Data the tests read from the source tree: the golden transcripts and the fuzz corpora.
-for d in tests/alloc/golden tests/fuzz/corpus; do
+for d in tests/transcript/golden tests/fuzz/corpus; do
   mkdir -p "$root$source/$d" && cp -a "$d/." "$root$source/$d/"
 done
 (cd build/armhf && ctest --show-only=json-v1) | scripts/armhf-vm-tests.py >"$root/run-tests.sh"

@@ -8,7 +8,7 @@
 
 #include "body_buffer.h"
 #include "failing_alloc.h"
-#include "host_road.h"
+#include "host_in_process.h"
 #include "json_codec/record_bindings.h"
 #include "vks_multi_task_records.h"
 #include "vks_os/access_server/zkapi/inc/zkapi_business_common.h"
@@ -16,8 +16,8 @@
 namespace {
 
 struct Chain {
-    vks_test::Road road;
-    std::set<int> codes;  // results the module documents for a failed allocation on this road
+    vks_test::TestRequest request;
+    std::set<int> codes;  // results the module documents for a failed allocation on this request
 };
 
 const Chain kChains[] = {
@@ -31,13 +31,13 @@ const Chain kChains[] = {
     {{"MultiTaskAppDisplayRecogInfos", "GET", "", ""}, {18, -1}},
     {{"MultiTaskAppDisplayRecogInfos", "PUT", "", R"({"name": true, "matchRate": false})"}, {18, 4, -1}},
     {{"MultiTaskAppHistory", "GET", "?ChannelId=101", ""}, {18, -1}},
-    {{"MultiTaskAppHistory", "PUT", "?ChannelId=101", R"({"enable": true})"}, {18, 4, -1}},
+    {{"MultiTaskAppHistory", "PUT", "", R"({"channelId": 101, "enableRecord": true})"}, {18, 4, -1}},
     {{"MultiTaskAppHistoryRecords", "GET", "?StartIndex=0&FindNum=5&EndTime=e&DatabaseType=0", ""},
      {18, 4, 1, -1}},
     {{"MultiTaskAppHistoryRecords", "DELETE", "?StartTime=s&EndTime=e", ""}, {18, 4, -1}},
 };
 
-class AllocSweep : public vks_test::HostRoad {
+class AllocSweep : public vks_test::HostInProcess {
 protected:
     AllocSweep() { checkNoRecordOnFailure_ = true; }
 };
@@ -45,11 +45,11 @@ protected:
 TEST_F(AllocSweep, EveryResourceAndMethodThroughTheAccessServersPhaseRunner) {
     long total = 0;
     for (const Chain& c : kChains) {
-        std::string name = std::string(c.road.method) + " " + c.road.resource + c.road.query;
+        std::string name = std::string(c.request.method) + " " + c.request.resource + c.request.query;
         total += alloc_sweep::Sweep(
             name.c_str(),
             [&] {
-                int result = Serve(c.road);
+                int result = Serve(c.request);
                 std::string().swap(request_.body.text);  // released inside the run
                 return result;
             },

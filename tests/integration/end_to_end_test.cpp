@@ -127,7 +127,7 @@ TEST_F(EndToEnd, ABadBodyAnswers400AndChangesNothing) {
 
 TEST_F(EndToEnd, HistorySwitchAndDisplayFlagsSurviveARestart) {
     ASSERT_EQ(Call("PUT", "MultiTaskAppHistory?ChannelId=101", "{\"enableRecord\": false}").status, 200);
-    ASSERT_EQ(Call("PUT", "MultiTaskAppDisplayRecogInfos?ChannelId=101", "{\"name\": false}").status, 200);
+    ASSERT_EQ(Call("PUT", "MultiTaskAppDisplayRecogInfos", "{\"name\": false}").status, 200);
     for (bool restarted : {false, true}) {
         if (restarted) {
             RestartEmulator();
@@ -137,7 +137,7 @@ TEST_F(EndToEnd, HistorySwitchAndDisplayFlagsSurviveARestart) {
         EXPECT_EQ(history.Int({"enableRecord"}), 0) << restarted;
         EXPECT_EQ(JsonView(Call("GET", "MultiTaskAppHistory?ChannelId=102").body).Int({"enableRecord"}), 1)
             << restarted;  // stored per channel
-        JsonView infos(Call("GET", "MultiTaskAppDisplayRecogInfos?ChannelId=101").body);
+        JsonView infos(Call("GET", "MultiTaskAppDisplayRecogInfos").body);
         EXPECT_EQ(infos.Int({"name"}), 0) << restarted;
         EXPECT_EQ(infos.Int({"matchRate"}), 1) << restarted;  // untouched flags keep their value
         EXPECT_EQ(infos.Int({"whiteMatchPic"}), 1) << restarted;

@@ -31,7 +31,7 @@ long long MsSince(Clock::time_point start) {
 const char* const kFlags[] = {"matchRate", "snapTime",      "deviceName",   "faceLibName", "name",
                               "cardId",    "gender",        "province",     "city",        "cardType",
                               "birthday",  "blackMatchPic", "whiteMatchPic"};
-const std::string kInfos = "/api/MultiTaskAppDisplayRecogInfos?ChannelId=101";
+const std::string kInfos = "/api/MultiTaskAppDisplayRecogInfos";
 const std::string kHistory = "/api/MultiTaskAppHistory?ChannelId=101";
 
 class KitUnderLoad : public ::testing::Test {

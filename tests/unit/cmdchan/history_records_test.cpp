@@ -1,5 +1,5 @@
 // The history query (7032): result files in a temporary directory and failures of the file helpers.
-// Its roads and the deletion (22026) are in the golden transcript (tests/alloc/transcript_test.cpp).
+// Its cases and the deletion (22026) are in the golden transcript (tests/transcript/transcript_test.cpp).
 #include <gtest/gtest.h>
 #include <string.h>
 #include <sys/mount.h>

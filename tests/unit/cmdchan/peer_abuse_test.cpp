@@ -20,8 +20,8 @@ TEST(CmdPeerAbuse, RecordsShorterThanTheCommandsAreRefusedWithEighteen) {
         {&RunGetMultiTaskAppHistory, "/api/MultiTaskAppHistory?ChannelId=101", 1, 18},
         {&RunGetMultiTaskAppHistory, "/api/MultiTaskAppHistory?ChannelId=101", 15, 18},
         {&RunGetMultiTaskAppHistory, "/api/MultiTaskAppHistory?ChannelId=101", 16, 0},
-        {&RunGetMultiTaskAppDisplayRecogInfos, "/api/MultiTaskAppDisplayRecogInfos?ChannelId=101", 63, 18},
-        {&RunGetMultiTaskAppDisplayRecogInfos, "/api/MultiTaskAppDisplayRecogInfos?ChannelId=101", 64, 0},
+        {&RunGetMultiTaskAppDisplayRecogInfos, "/api/MultiTaskAppDisplayRecogInfos", 63, 18},
+        {&RunGetMultiTaskAppDisplayRecogInfos, "/api/MultiTaskAppDisplayRecogInfos", 64, 0},
     };
     for (const auto& c : cases) {
         peer.SetScript([&c](const cmdframe::Request&, cmdframe::Reply* reply) {

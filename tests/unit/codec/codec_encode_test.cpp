@@ -40,7 +40,7 @@ _VW_TasksEnableList_S TaskList(uint64_t count) {
 }
 
 // Every bound record's keys, order and omitted channelId are in the bodies of the golden transcript
-// (tests/alloc); here the extremes its counting records never reach.
+// (tests/transcript); here the extremes its counting records never reach.
 TEST(CodecEncode, SignedAndWidestValuesArePrintedWhole) {
     _FaceRecPopUpPara popUp = {101, 1, -2};
     EXPECT_EQ(Encoded(popUp), R"({"blackPopUp": 1, "whitePopUp": -2})");

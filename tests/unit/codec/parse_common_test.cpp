@@ -68,7 +68,7 @@ protected:
 };
 
 // What a body of every kind does to the fetched record (not JSON, not an object, a member refused
-// after two accepted, a merge) is in the RecogInfos and History PUT roads of the golden transcript.
+// after two accepted, a merge) is in the RecogInfos and History PUT cases of the golden transcript.
 TEST_F(ParseCommonBody, NoBodyGivesFourAndLeavesTheSlots) {
     EXPECT_EQ(Parse(nullptr), VW_PARAM_ERROR);
     ExpectSlotsUnchanged();

@@ -62,8 +62,8 @@ private:
 };
 
 // With nothing in runOut the module writes the envelope of the result, the same text as the host's
-// own. A record in runOut is written whatever the result: the failing roads of the golden
-// transcript (tests/alloc) show it.
+// own. A record in runOut is written whatever the result: the failing cases of the golden
+// transcript (tests/transcript) show it.
 TEST_F(ResponseEnvelope, EmptyRunOutGivesTheEnvelopeOfTheResultAsTheHostDoes) {
     for (const Mapping& m : kMappings) {
         BodyRecorder out(0);

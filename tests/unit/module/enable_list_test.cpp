@@ -1,6 +1,6 @@
 // Task-mode enable list: what the host's event loop can refuse or break on the asynchronous way, with
-// the test playing the host. The request block, the reply collection and the body of every road are
-// in the golden transcript (tests/alloc), the element array at every count in the codec's tests.
+// the test playing the host. The request block, the reply collection and the body of every case are
+// in the golden transcript (tests/transcript), the element array at every count in the codec's tests.
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>

@@ -18,7 +18,7 @@ namespace {
 
 const uint16_t kUri = VKS_URI_FACE_REC_POPUP;
 
-// What the service answers to each reply shape is in the golden transcript (tests/alloc).
+// What the service answers to each reply shape is in the golden transcript (tests/transcript).
 class RoundTripTest : public SrvfsTest {
 protected:
     RequestRecords request_;
@@ -34,7 +34,7 @@ TEST_F(RoundTripTest, MissingRecordOrInterchangeFailsBeforeAMessage) {
     EXPECT_TRUE(srvfs().Ioctls(kServiceName).empty());
 }
 
-// ParseMsg on bodies of every kind: the PopUps PUT roads of the golden transcript.
+// ParseMsg on bodies of every kind: the PopUps PUT cases of the golden transcript.
 TEST(ParseMsg, StartsFromTheFetchedRecord) {
     RequestRecords request;
     _FaceRecPopUpPara* fetched = static_cast<_FaceRecPopUpPara*>(malloc(sizeof(_FaceRecPopUpPara)));

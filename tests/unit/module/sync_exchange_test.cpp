@@ -1,5 +1,5 @@
 // The synchronous exchange against a scripted service on the real service file system: the edges
-// the roads of the golden transcript (tests/alloc) never take. Their items, content, trace lines
+// the cases of the golden transcript (tests/transcript) never take. Their items, content, trace lines
 // and replies are in the transcript.
 #include <cstring>
 #include <string>

@@ -41,7 +41,7 @@ protected:
     int fd_ = -1;
 };
 
-// Whole requests and their replies are in the golden transcript (tests/alloc), every road's frames
+// Whole requests and their replies are in the golden transcript (tests/transcript), every case's frames
 // through this file system.
 TEST_F(SrvfsExchangeTest, FramesWrittenInPiecesOrTogetherAreRequestsInOrder) {
     std::vector<uint8_t> first = RequestFrame(229, DXMP_METHOD_PUT, std::vector<uint8_t>(300, 0x5A));
@@ -97,7 +97,7 @@ TEST_F(SrvfsExchangeTest, BadFrameHeaderFailsTheWriteAndTheStreamRecovers) {
     EXPECT_EQ(EchoReply(request), reply);
 }
 
-// The three the module makes are recorded in every road of the golden transcript (tests/alloc).
+// The three the module makes are recorded in every case of the golden transcript (tests/transcript).
 TEST_F(SrvfsExchangeTest, IoctlsAreRecordedWithTheirValuesAndOthersRefused) {
     for (unsigned int cmd : {0x302u, 0x212u, 0x300u}) {
         EXPECT_EQ(-1, ioctl(fd_, cmd, 1UL)) << std::hex << cmd;

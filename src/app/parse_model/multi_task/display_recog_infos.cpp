@@ -1,6 +1,7 @@
 // MultiTaskAppDisplayRecogInfos: which items of a face-recognition hit are displayed, over command 7037.
 // Reads always name channel 101; a write sends back the record read, with the channel it carried.
 #include "app/parse_model/multi_task/cmd_channel_comm.h"
+#include "app/parse_model/multi_task/settings_resource.h"
 #include "app/parse_model/multi_task/vksapi_multi_task_module.h"
 #include "vks_multi_task_records.h"
 #include "vks_os/access_server/zkapi/inc/zkapi_business_common.h"
@@ -35,8 +36,8 @@ unsigned int Flag(ENABLE_TYPE flag) {
     return static_cast<unsigned int>(flag);
 }
 
-void LogDisplayInfos(const tagHTTP_HEADER_S* header, const vks_cmd::OpLogTexts& texts,
-                     const VW_FACE_RECOGNITION_DL_METADATA_FILTER_PARA* r) {
+void LogDisplayInfos(const tagHTTP_HEADER_S* header, const vks_cmd::OpLogTexts& texts, const void* record) {
+    const auto* r = static_cast<const VW_FACE_RECOGNITION_DL_METADATA_FILTER_PARA*>(record);
     VKS_OPLOG(texts.english, texts.chinese, header->szUserName, header->szClientIp,
               static_cast<unsigned long long>(header->clientPort),
               static_cast<unsigned long long>(r->channelId), Flag(r->matchRate), Flag(r->snapTime),
@@ -44,6 +45,18 @@ void LogDisplayInfos(const tagHTTP_HEADER_S* header, const vks_cmd::OpLogTexts& 
               Flag(r->province), Flag(r->city), Flag(r->cardType), Flag(r->birthday), Flag(r->blackMatchPic),
               Flag(r->whiteMatchPic));
 }
+
+const vks_cmd::SettingsRead kRead = {
+    "[%s]:Invalid param, header[%p] buf[%p] ctIn[%p] runOut[%p]", nullptr,
+    [](const tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, const void* record) {
+        LogDisplayInfos(header, vks_cmd::PickTexts(kGetTexts, result), record);
+    }};
+const vks_cmd::SettingsWrite kWrite = {
+    VW_CMD_DISPLAY_RECOG_INFOS, sizeof(VW_FACE_RECOGNITION_DL_METADATA_FILTER_PARA),
+    "RunPutMultiTaskAppDisplayRecogInfos", "FormatPutMultiTaskAppDisplayRecogInfos",
+    [](const tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, const void* record) {
+        LogDisplayInfos(header, vks_cmd::PickTexts(kPutTexts, result), record);
+    }};
 
 }  // namespace
 
@@ -62,50 +75,27 @@ VW_RESULT_TYPE RunGetMultiTaskAppDisplayRecogInfos(tagHTTP_HEADER_S* header, tag
 
 VW_RESULT_TYPE FormatGetMultiTaskAppDisplayRecogInfos(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
                                                       tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf) {
-    if (vks_cmd::InvalidFormatGetArgs(header, ctIn, buf,
-                                      "[%s]:Invalid param, header[%p] buf[%p] ctIn[%p] runOut[%p]")) {
-        return VW_INVALID_PARAM;
-    }
-    LogDisplayInfos(header, vks_cmd::PickTexts(kGetTexts, result),
-                    static_cast<const VW_FACE_RECOGNITION_DL_METADATA_FILTER_PARA*>(ctIn->runOut));
-    return FormatCommonResponse<VW_FACE_RECOGNITION_DL_METADATA_FILTER_PARA>(header, result, ctIn, buf);
+    return vks_cmd::FormatSettingsRead<VW_FACE_RECOGNITION_DL_METADATA_FILTER_PARA>(kRead, header, result, ctIn,
+                                                                                    buf);
 }
 
 VW_RESULT_TYPE PreProcPutMultiTaskAppDisplayRecogInfos(tagHTTP_HEADER_S* header, tagUNIX_SOCKET_S* synSock,
                                                        tagHTTP_CNTENT_INTER_S* ctIn) {
-    if (vks_cmd::InvalidPreProcArgs(header, synSock, ctIn)) {
-        return VW_INVALID_PARAM;
-    }
-    return vks_cmd::GetChannelRecord(header, synSock, VW_CMD_DISPLAY_RECOG_INFOS, VKS_CMD_DEFAULT_CHANNEL,
-                                     &ctIn->preProcOut);
+    return vks_cmd::PreProcSettings(VW_CMD_DISPLAY_RECOG_INFOS, header, synSock, ctIn);
 }
 
 VW_RESULT_TYPE ParsePutMultiTaskAppDisplayRecogInfos(tagHTTP_HEADER_S* header, tagHTTP_BUF_S* content,
                                                      tagHTTP_CNTENT_INTER_S* ctIn) {
-    if (vks_cmd::InvalidParseArgs(header, content, ctIn)) {
-        return VW_INVALID_PARAM;
-    }
-    ZKAPI_LOG(VKS_SRC_MULTI_TASK, VKS_LOG_TRACE, "[ZKAPI]:ParsePutMultiTaskAppDisplayRecogInfos");
-    return ParseCommon<VW_FACE_RECOGNITION_DL_METADATA_FILTER_PARA>(header, content, ctIn);
+    return vks_cmd::ParseSettings<VW_FACE_RECOGNITION_DL_METADATA_FILTER_PARA>(
+        "ParsePutMultiTaskAppDisplayRecogInfos", header, content, ctIn);
 }
 
 VW_RESULT_TYPE RunPutMultiTaskAppDisplayRecogInfos(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
                                                    tagHTTP_CNTENT_INTER_S* ctIn) {
-    if (RunArgsMissing(header, client, ctIn)) {
-        return VW_INVALID_PARAM;
-    }
-    ZKAPI_LOG(VKS_SRC_MULTI_TASK, VKS_LOG_TRACE, "[ZKAPI]:RunPutMultiTaskAppDisplayRecogInfos");
-    return SetCommon(header, ctIn->parseOut, sizeof(VW_FACE_RECOGNITION_DL_METADATA_FILTER_PARA),
-                     client->synSock, VW_CMD_DISPLAY_RECOG_INFOS, VKS_CMD_RESERVED, VKS_CMD_TAG);
+    return vks_cmd::RunSettingsWrite(kWrite, header, client, ctIn);
 }
 
 VW_RESULT_TYPE FormatPutMultiTaskAppDisplayRecogInfos(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
                                                       tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf) {
-    if (vks_cmd::InvalidFormatPutArgs(header, ctIn, buf)) {
-        return VW_INVALID_PARAM;
-    }
-    ZKAPI_LOG(VKS_SRC_MULTI_TASK, VKS_LOG_TRACE, "[ZKAPI]:FormatPutMultiTaskAppDisplayRecogInfos");
-    LogDisplayInfos(header, vks_cmd::PickTexts(kPutTexts, result),
-                    static_cast<const VW_FACE_RECOGNITION_DL_METADATA_FILTER_PARA*>(ctIn->parseOut));
-    return FormatCommonStatus(header, result, ctIn, buf);
+    return vks_cmd::FormatSettingsWrite(kWrite, header, result, ctIn, buf);
 }

@@ -4,6 +4,7 @@
 
 #include "app/parse_model/multi_task/cmd_channel_comm.h"
 #include "app/parse_model/multi_task/query_keys.h"
+#include "app/parse_model/multi_task/settings_resource.h"
 #include "app/parse_model/multi_task/vksapi_multi_task_module.h"
 #include "vks_multi_task_records.h"
 #include "zkapi_common.h"
@@ -19,6 +20,28 @@ void ReadTime(tagHTTP_HEADER_S* header, const std::string& key, char* field, His
         para->deleteType = HISTORY_DELETE_ALL;
     }
 }
+
+const vks_cmd::OpLogTexts kDeleteTexts[2] = {
+    {"%s[%s:%llu] Delete History Record Successfully. DeleteType: %d, StartTime: %s, EndTime: %s",
+     "%s[%s:%llu] 删除历史记录成功. 删除类型: %u, 开始时间: %s, 结束时间: %s"},
+    {"%s[%s:%llu] Delete History Record fail. DeleteType: %d, StartTime: %s, EndTime: %s",
+     "%s[%s:%llu] 删除历史记录失败. 删除类型: %u, 开始时间: %s, 结束时间: %s"},
+};
+
+// The deletion record is copied out of the command body, its times cut to their fields.
+void LogDelete(const tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, const void* body) {
+    HistoryRecordDeletePara para;
+    memcpy_s(&para, sizeof(para), body, sizeof(para));
+    para.startTime[sizeof(para.startTime) - 1] = '\0';
+    para.endTime[sizeof(para.endTime) - 1] = '\0';
+    const vks_cmd::OpLogTexts& texts = vks_cmd::PickTexts(kDeleteTexts, result);
+    VKS_OPLOG(texts.english, texts.chinese, header->szUserName, header->szClientIp,
+              static_cast<unsigned long long>(header->clientPort), para.deleteType, para.startTime, para.endTime);
+}
+
+const vks_cmd::SettingsWrite kWrite = {VW_CMD_DELETE_HISTORY_RECORDS, sizeof(vwCmdBody),
+                                       "RunDeleteMultiTaskAppHistoryRecords",
+                                       "FormatDeleteMultiTaskAppHistoryRecords", &LogDelete};
 
 }  // namespace
 
@@ -52,33 +75,10 @@ VW_RESULT_TYPE ParseDeleteMultiTaskAppHistoryRecords(tagHTTP_HEADER_S* header, t
 
 VW_RESULT_TYPE RunDeleteMultiTaskAppHistoryRecords(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
                                                    tagHTTP_CNTENT_INTER_S* ctIn) {
-    if (RunArgsMissing(header, client, ctIn)) {
-        return VW_INVALID_PARAM;
-    }
-    ZKAPI_LOG(VKS_SRC_MULTI_TASK, VKS_LOG_TRACE, "[ZKAPI]:RunDeleteMultiTaskAppHistoryRecords");
-    return SetCommon(header, ctIn->parseOut, sizeof(vwCmdBody), client->synSock,
-                     VW_CMD_DELETE_HISTORY_RECORDS, VKS_CMD_RESERVED, VKS_CMD_TAG);
+    return vks_cmd::RunSettingsWrite(kWrite, header, client, ctIn);
 }
 
 VW_RESULT_TYPE FormatDeleteMultiTaskAppHistoryRecords(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
                                                       tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf) {
-    static const vks_cmd::OpLogTexts kTexts[2] = {
-        {"%s[%s:%llu] Delete History Record Successfully. DeleteType: %d, StartTime: %s, EndTime: %s",
-         "%s[%s:%llu] 删除历史记录成功. 删除类型: %u, 开始时间: %s, 结束时间: %s"},
-        {"%s[%s:%llu] Delete History Record fail. DeleteType: %d, StartTime: %s, EndTime: %s",
-         "%s[%s:%llu] 删除历史记录失败. 删除类型: %u, 开始时间: %s, 结束时间: %s"},
-    };
-    if (vks_cmd::InvalidFormatPutArgs(header, ctIn, buf)) {
-        return VW_INVALID_PARAM;
-    }
-    ZKAPI_LOG(VKS_SRC_MULTI_TASK, VKS_LOG_TRACE, "[ZKAPI]:FormatDeleteMultiTaskAppHistoryRecords");
-    HistoryRecordDeletePara para;
-    memcpy_s(&para, sizeof(para), ctIn->parseOut, sizeof(para));
-    para.startTime[sizeof(para.startTime) - 1] = '\0';
-    para.endTime[sizeof(para.endTime) - 1] = '\0';
-    const vks_cmd::OpLogTexts& texts = vks_cmd::PickTexts(kTexts, result);
-    VKS_OPLOG(texts.english, texts.chinese, header->szUserName, header->szClientIp,
-              static_cast<unsigned long long>(header->clientPort), para.deleteType, para.startTime,
-              para.endTime);
-    return FormatCommonStatus(header, result, ctIn, buf);
+    return vks_cmd::FormatSettingsWrite(kWrite, header, result, ctIn, buf);
 }

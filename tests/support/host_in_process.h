@@ -1,7 +1,7 @@
-// The access server's road for one request, in-process: the phase runner of host/ and the real
+// The access server for one request, in-process: the phase runner of host/ and the real
 // module against a scripted analysis service (service file system) and command-channel peer.
-#ifndef VKS_HOST_ROAD_H
-#define VKS_HOST_ROAD_H
+#ifndef VKS_HOST_IN_PROCESS_H
+#define VKS_HOST_IN_PROCESS_H
 
 #include <string>
 
@@ -13,20 +13,20 @@
 namespace vks_test {
 
 // One request: resource, method, the URL's query ("" or "?..."), the body.
-struct Road {
+struct TestRequest {
     const char* resource;
     const char* method;
     const char* query;
     const char* body;
 };
 
-class HostRoad : public SrvfsTest {
+class HostInProcess : public SrvfsTest {
 protected:
     void SetUp() override;
     void TearDown() override;
     // PreProc, Parse, Run, the awaited reply read as the event loop reads it, Recv, Format: the
     // effective result. The body stays in request_.body.text until the next request.
-    int Serve(const Road& road);
+    int Serve(const TestRequest& request);
 
     // Up: the analysis service answers serviceResult_ and a record of the asked size whose bytes
     // count up from 1 (the enable list holds 2 tasks). Down: its file does not exist.

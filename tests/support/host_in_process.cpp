@@ -1,4 +1,4 @@
-#include "host_road.h"
+#include "host_in_process.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -30,10 +30,10 @@ Bytes Counting(size_t size) {
 
 }  // namespace
 
-void HostRoad::SetUp() {
+void HostInProcess::SetUp() {
     SrvfsTest::SetUp();
     // The log library sets itself up on its first line: done here, not inside a request.
-    VW_WriteLog(0, 3, 0, 0, __FILE__, __LINE__, "host road: %s", "start");
+    VW_WriteLog(0, 3, 0, 0, __FILE__, __LINE__, "host in process: %s", "start");
     std::string err;
     ASSERT_EQ(0, vks_host::LoadModule(VKS_MODULE_PATH, &module_, &err)) << err;
     vks_host::InstallAsynEventHooks();
@@ -53,7 +53,7 @@ void HostRoad::SetUp() {
     request_.requestBody.reserve(256);  // bodies are copied in without allocating
 }
 
-void HostRoad::SetServiceUp(bool up) {
+void HostInProcess::SetServiceUp(bool up) {
     if (!up) {
         srvfs().RemoveService(kService);
         return;
@@ -78,13 +78,13 @@ void HostRoad::SetServiceUp(bool up) {
     });
 }
 
-void HostRoad::TearDown() {
+void HostInProcess::TearDown() {
     UnixSocketClose(sock_);
     vks_host::UnloadModule(&module_);
     SrvfsTest::TearDown();
 }
 
-int HostRoad::Serve(const Road& road) {
+int HostInProcess::Serve(const TestRequest& request) {
     // The history query removes the result file it read: one for every request, written without malloc.
     int fd = open(resultFile_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     if (fd < 0 || write(fd, kResultText, strlen(kResultText)) != static_cast<ssize_t>(strlen(kResultText))) {
@@ -92,18 +92,18 @@ int HostRoad::Serve(const Road& road) {
     }
     close(fd);
     const vks_host::HandlerSet* handlers = nullptr;
-    if (vks_host::FindRoute(module_, road.resource, road.method, &handlers) != vks_host::kRouteFound) {
+    if (vks_host::FindRoute(module_, request.resource, request.method, &handlers) != vks_host::kRouteFound) {
         return 98;
     }
     vks_host::PhaseRequest& r = request_;
     vks_host::InitPhaseRequest(&r, handlers, 1 << 20);
-    snprintf(r.header.method, sizeof(r.header.method), "%s", road.method);
-    snprintf(r.header.szReqUrl, sizeof(r.header.szReqUrl), "/api/%s%s", road.resource, road.query);
+    snprintf(r.header.method, sizeof(r.header.method), "%s", request.method);
+    snprintf(r.header.szReqUrl, sizeof(r.header.szReqUrl), "/api/%s%s", request.resource, request.query);
     snprintf(r.header.szUserName, sizeof(r.header.szUserName), "admin");
     snprintf(r.header.szClientIp, sizeof(r.header.szClientIp), "127.0.0.1");
     r.header.clientPort = 50123;
     r.client.synSock = sock_;
-    r.requestBody = road.body;
+    r.requestBody = request.body;
     vks_host::RunFrontPhases(&r);
     if (vks_host::AwaitsReply(r)) {
         dxmp_message* msg = nullptr;
@@ -124,7 +124,7 @@ int HostRoad::Serve(const Road& road) {
     vks_host::CancelRegistration(&r);
     // A failure of the module's own making leaves no half-filled record behind for Format to read.
     if (checkNoRecordOnFailure_ && r.result != 0 && r.ctIn.runOut != nullptr) {
-        ADD_FAILURE() << road.resource << " " << road.method << ": result " << r.result
+        ADD_FAILURE() << request.resource << " " << request.method << ": result " << r.result
                       << " with a record in runOut";
     }
     vks_host::RunFormatPhase(&r);
