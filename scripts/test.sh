@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Builds and runs every test, in the normal build and in the AddressSanitizer + UBSan build, then
-# builds the module for 32-bit ARM and checks its budgets (handler stack, stripped size).
-# Usage: scripts/test.sh [preset ...]   (default: default asan, then the armhf budgets)
+# Builds and runs every test, in the normal build, the AddressSanitizer + UBSan build and the
+# ThreadSanitizer build, then builds the module for 32-bit ARM and checks its budgets (handler
+# stack, stripped size).
+# Usage: scripts/test.sh [preset ...]   (default: default asan tsan, then the armhf budgets)
 #   armhf: the whole suite cross-built for 32-bit ARM and run under qemu-user; the cases qemu-user
 #   cannot run are left out and listed with the reason (scripts/test-armhf-vm.sh runs them all on a
 #   real ARM kernel).
@@ -18,7 +19,7 @@ trap fuse_io_uring_restore EXIT
 presets=("$@")
 budgets_only=false
 if [ ${#presets[@]} -eq 0 ]; then
-  presets=(default asan)
+  presets=(default asan tsan)
   budgets_only=true
 fi
 jobs=$(nproc)
