@@ -36,13 +36,14 @@ function operations(doc) {
 
 const successOf = (op) => Object.keys(op.responses).find((s) => /^2/.test(s));
 
-// Values outside a numeric schema, and one of the wrong type: [label, value] pairs.
+// Values outside a numeric schema, and one of the wrong type: [label, value] pairs. A 64-bit bound
+// read as a JavaScript number rounds up, so bound + 1 stays outside the true range.
 function badNumbers(schema, asText) {
-    const out = [];
     const shown = (n) => (asText ? String(n) : Number(n));
-    if (schema.minimum !== undefined) out.push(["below minimum", shown(BigInt(Math.trunc(schema.minimum)) - 1n)]);
-    if (schema.maximum !== undefined) out.push(["above maximum", shown(BigInt(schema.maximum === 18446744073709552000 ? "18446744073709551615" : Math.trunc(schema.maximum)) + 1n)]);
-    out.push(["wrong type", asText ? "abc" : "abc"]);
+    const out = [];
+    if (schema.minimum !== undefined) out.push(["below minimum", shown(BigInt(schema.minimum) - 1n)]);
+    if (schema.maximum !== undefined) out.push(["above maximum", shown(BigInt(schema.maximum) + 1n)]);
+    out.push(["wrong type", "abc"]);
     return out;
 }
 

@@ -1,8 +1,10 @@
 // Counts what a client of each OpenAPI document can rely on, and fails on any gap: every parameter,
 // request body and answer with a body has an example; every property has a description; every time
-// parameter has a pattern; every PUT body is required; every 64-bit key is flagged for JavaScript.
+// parameter has a pattern; every PUT body is required; every 64-bit key is flagged for JavaScript;
+// and every example conforms to its schema.
 // Usage: node doc_counts.mjs <openapi.json> ...
 import { readFileSync } from "node:fs";
+import { OpenApiDocument } from "./openapi_schema.mjs";
 
 const JS_SAFE = 9007199254740991;
 
@@ -59,6 +61,7 @@ function countDocument(path) {
     };
     walk(doc.components?.schemas, "#/components/schemas");
     walk(doc.paths, "#/paths");
+    for (const [where, errors] of new OpenApiDocument(path).exampleErrors()) gaps.push(`example not of its schema: ${where}: ${errors.join("; ")}`);
     return { tally, gaps };
 }
 
