@@ -95,6 +95,7 @@ function variations(doc, { method, op }) {
                 }
             } else if (types.includes("string")) {
                 out.push({ name: `body key ${key} wrong type`, overwrites: body({ ...sample, [key]: 5 }), expect: refused });
+                if (prop.pattern) out.push({ name: `body key ${key} of the wrong shape`, overwrites: body({ ...sample, [key]: "2024-05-01" }), expect: refused });
             }
         }
     }
