@@ -67,11 +67,11 @@ The camera emulator and the access server are running. Try:
   curl -s $api/MultiTaskAppTaskModesEnableList
   curl -s "$api/MultiTaskAppTaskModesEnableList?ChannelId=101&ChannelGroup=0"
   curl -s $api/MultiTaskAppDisplayRecogPopUps
-  curl -s -X PUT -d '{"blackPopUp": true, "whitePopUp": false}' $api/MultiTaskAppDisplayRecogPopUps
+  curl -s -X PUT -H 'Content-Type: application/json' -d '{"blackPopUp": true, "whitePopUp": false}' $api/MultiTaskAppDisplayRecogPopUps
   curl -s $api/MultiTaskAppDisplayRecogInfos
-  curl -s -X PUT -d '{"name": 0}' $api/MultiTaskAppDisplayRecogInfos
+  curl -s -X PUT -H 'Content-Type: application/json' -d '{"name": 0}' $api/MultiTaskAppDisplayRecogInfos
   curl -s "$api/MultiTaskAppHistory?ChannelId=101"
-  curl -s -X PUT -d '{"enableRecord": 0}' $api/MultiTaskAppHistory
+  curl -s -X PUT -H 'Content-Type: application/json' -d '{"enableRecord": 0}' $api/MultiTaskAppHistory
   curl -s "$api/MultiTaskAppHistoryRecords?StartIndex=0&FindNum=5&EndTime=2024-05-01T23:59:59&DatabaseType=0"
   curl -s -X DELETE "$api/MultiTaskAppHistoryRecords?StartTime=2024-05-01T08:00:00&EndTime=2024-05-01T09:59:59"
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs every Debian package the project needs, then the pinned npm packages of package-lock.json
-# (the docs page's OpenAPI viewer, the OpenAPI linter, the schema validator and the browser driver of
-# the tests; the browser itself is Debian's chromium). Idempotent: what is present is skipped.
+# (the docs page's OpenAPI viewer, the OpenAPI linter, the schema validator, the browser driver of
+# the tests, and the contract-test generator and runner; the browser itself is Debian's chromium). Idempotent: what is present is skipped.
 # Usage: scripts/setup.sh [armhf-vm]
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)

@@ -89,10 +89,19 @@ export class OpenApiDocument {
             if (op.requestBody) bodies.push(["request", op.requestBody]);
             for (const [status, body] of bodies) {
                 const media = body?.content?.["application/json"];
-                if (media?.example !== undefined) {
-                    const errors = this.check(media.schema, media.example);
-                    if (errors.length) out.push([`${method.toUpperCase()} ${template} ${status} example`, errors]);
+                const examples = Object.entries(media?.examples ?? {}).map(([name, e]) => [name, e.value]);
+                if (media?.example !== undefined) examples.push(["example", media.example]);
+                for (const [name, value] of examples) {
+                    const errors = this.check(media.schema, value);
+                    if (errors.length) out.push([`${method.toUpperCase()} ${template} ${status} ${name}`, errors]);
                 }
+            }
+            for (const p of (op.parameters ?? []).map((n) => this.resolve(n))) {
+                if (p.example === undefined) continue;
+                // A query value arrives as text: a number's example is checked as the number it reads as.
+                const value = typeof p.example === "string" && p.schema.type === "integer" ? Number(p.example) : p.example;
+                const errors = this.check(p.schema, value);
+                if (errors.length) out.push([`${method.toUpperCase()} ${template} parameter ${p.name} example`, errors]);
             }
         }
         return out;

@@ -39,15 +39,16 @@ test("docs page: the document renders and try it out returns the live body", { t
     const page = await newPage();
     await page.goto(kit.docs);
     await page.locator(".info .title", { hasText: "Multi-task application REST module" }).waitFor();
-    const op = page.locator(".opblock", { has: page.locator(".opblock-summary-path", { hasText: /^\/MultiTaskAppTaskModesEnableList$/ }) });
+    const op = page.locator(".opblock-get", { has: page.locator(".opblock-summary-path", { hasText: /^\/MultiTaskAppTaskModesEnableList$/ }) });
     await op.locator(".opblock-summary").click();
     await op.locator("input[placeholder=ChannelId]").fill("101");
     await op.locator("button.execute").click();
     const body = op.locator(".live-responses-table .response-col_description pre").first();
     await body.waitFor();
-    const live = await kit.call("GET", "MultiTaskAppTaskModesEnableList?ChannelId=101");
+    // ChannelGroup comes filled in with the document's example.
+    const live = await kit.call("GET", "MultiTaskAppTaskModesEnableList?ChannelId=101&ChannelGroup=1");
     assert.deepEqual(JSON.parse(await body.innerText()), JSON.parse(live.text));
-    assert.match(await op.locator(".request-url pre").innerText(), /\/api\/MultiTaskAppTaskModesEnableList\?ChannelId=101$/);
+    assert.match(await op.locator(".request-url pre").innerText(), /\/api\/MultiTaskAppTaskModesEnableList\?ChannelId=101&ChannelGroup=1$/);
     await body.scrollIntoViewIfNeeded();
     await page.screenshot({ path: `${shots}/docs.png` });
     await page.close();
