@@ -58,6 +58,7 @@ export async function startKit(name, serverArgs = [], emulatorArgs = []) {
         async ctl(method, path, body) {
             const response = await fetch(kit.control + path, {
                 method, body: body === undefined ? undefined : JSON.stringify(body),
+                headers: body === undefined ? {} : { "Content-Type": "application/json" },
                 signal: AbortSignal.timeout(10000),
             });
             const value = await response.json();
