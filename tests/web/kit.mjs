@@ -54,6 +54,7 @@ export async function startKit(name, serverArgs = [], emulatorArgs = []) {
         api: server.match[1] + "/api/",
         docs: server.match[1] + "/docs",
         control: emulator.match[1],
+        pids: { emulator: emulator.child.pid, server: server.child.pid },
         // A control-API call whose answer must match the control document.
         async ctl(method, path, body) {
             const response = await fetch(kit.control + path, {
