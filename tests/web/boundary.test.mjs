@@ -195,6 +195,8 @@ test("raw probes: Host, Origin, content type, preflight, headers and bounds", { 
         ["foreign Host, access server", () => get(api, "/api/MultiTaskAppTaskModesCapacity", `evil.test:${api}`), 421,
             (a) => assert.equal(JSON.parse(a.body).ResponseStatus.StatusCode, 421)],
         ["loopback name on another port", () => get(control, "/control/faults", "localhost:1"), 421],
+        ...["localhost.evil.test", `127.0.0.1.evil.test:${control}`, `localhost:${control}@evil.test`, `localhost:${control}:${control}`, "[::1]x", ""]
+            .map((host) => [`look-alike Host "${host}"`, () => get(control, "/control/faults", host), 421]),
         ["localhost", () => get(control, "/control/faults", "localhost"), 200],
         ["[::1] with the port", () => get(api, "/api/MultiTaskAppTaskModesCapacity", `[::1]:${api}`), 200],
         ["--allow-host name, control port", () => get(control, "/control/faults", `${ADDED}:${control}`), 200],
@@ -206,6 +208,8 @@ test("raw probes: Host, Origin, content type, preflight, headers and bounds", { 
         ["untyped body", () => send(control, "PUT", "/control/faults/analysis/1201", "", '{"noReply": true}'), 415],
         ["cross-origin reset", () => send(control, "POST", "/control/state/reset", "Origin: http://127.0.0.1:1\r\n"), 403],
         ["Origin null", () => send(control, "DELETE", "/control/journal", "Origin: null\r\n"), 403],
+        ...[`http://localhost:${control}.evil.test`, `http://evil.test/http://localhost:${control}`, `ftp://localhost:${control}`, "http://localhost"]
+            .map((origin) => [`look-alike Origin "${origin}"`, () => send(control, "DELETE", "/control/journal", `Origin: ${origin}\r\n`), 403]),
         ["own origin, JSON", () => send(control, "PUT", "/control/faults/analysis/1201", `Origin: http://localhost:${control}\r\nContent-Type: application/json; charset=utf-8\r\n`, '{"delayMs": 1}'), 200],
         ["foreign preflight", () => send(control, "OPTIONS", "/control/state/reset", "Origin: http://127.0.0.1:1\r\nAccess-Control-Request-Method: POST\r\n"), 403,
             (a) => assert.equal(a.headers["access-control-allow-origin"], undefined)],
@@ -259,7 +263,9 @@ test("a 64 MiB request line is refused without being buffered", { timeout: 60000
         socket.on("drain", () => { sent++; more(); });
         more();
     });
-    assert.match(answer, /^HTTP\/1\.1 414 /);
+    // The server answers and closes while this client is still sending: the client's socket may
+    // then be reset before it reads the answer (the 200 kB case above reads it whole).
+    if (answer !== "") assert.match(answer, /^HTTP\/1\.1 414 /);
     assert.ok(answer.length < 1024, `${answer.length} bytes answered`);
     const grown = peakKiB(kit.pids.emulator) - start;
     assert.ok(grown < 16 * 1024, `peak memory grew by ${grown} KiB`);
