@@ -21,6 +21,12 @@ void SendControlError(struct evhttp_request* req, int code, const std::string& m
     vks_web::SendText(req, code, "application/json; charset=utf-8", ErrorJson(message));
 }
 
+void RefuseFile(struct evhttp_request* req, int code, const char* reason) {
+    SendControlError(
+        req, code,
+        code == 404 ? "no such file: " + EchoedPath(vks_web::RequestPath(req)) : std::string(reason));
+}
+
 std::string EchoedPath(const std::string& path) {
     return path.size() <= kMaxEchoedPath ? path : path.substr(0, kMaxEchoedPath);
 }

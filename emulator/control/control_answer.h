@@ -13,6 +13,9 @@ std::string ErrorJson(const std::string& message);
 
 void SendControlError(struct evhttp_request* req, int code, const std::string& message);
 
+// The file server's refusals (404, 405) as the port's own errors.
+void RefuseFile(struct evhttp_request* req, int code, const char* reason);
+
 // A request's path as an error message repeats it: cut to 255 bytes, so that a long target is
 // never copied into the answer whole.
 std::string EchoedPath(const std::string& path);

@@ -203,11 +203,11 @@ void OnRequest(struct evhttp_request* req, void* arg) {
     };
     std::string rest;
     if (path == "/" || path == "/console") {
-        vks_web::SendFile(req, root, "web/console/index.html");
+        vks_web::SendFile(req, root, "web/console/index.html", &RefuseFile);
     } else if (path == "/openapi.json") {
-        vks_web::SendFile(req, root, "docs/openapi/emulator-control.json");
+        vks_web::SendFile(req, root, "docs/openapi/emulator-control.json", &RefuseFile);
     } else if (under("/console", &rest)) {
-        vks_web::SendFile(req, root, "web/console" + rest);
+        vks_web::SendFile(req, root, "web/console" + rest, &RefuseFile);
     } else if (under("/control/faults", &rest)) {
         Faults(s, req, rest);
     } else if (under("/control/state", &rest)) {

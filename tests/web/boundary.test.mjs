@@ -225,6 +225,8 @@ test("raw probes: Host, Origin, content type, preflight, headers and bounds", { 
         ["20 kB header", () => get(control, "/control/faults", "127.0.0.1", `X-Big: ${"h".repeat(20000)}\r\n`), 431],
         ["echoed path", () => get(control, "/" + "e".repeat(1000), "127.0.0.1"), 404,
             (a) => assert.equal(JSON.parse(a.body).error, "no such path: /" + "e".repeat(254))],
+        ["missing console file", () => get(control, "/console/" + "f".repeat(1000), "127.0.0.1"), 404,
+            (a) => assert.equal(JSON.parse(a.body).error, "no such file: /console/" + "f".repeat(246))],
     ];
     for (const [name, request, status, check] of cases) {
         await t.test(name, async () => {
