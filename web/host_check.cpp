@@ -5,31 +5,28 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cstring>
+#include <string_view>
 
 namespace vks_web {
 namespace {
 
-std::string Lower(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return text;
-}
-
-bool Listed(const HostAllowList& list, const std::string& name) {
-    return std::find(list.names.begin(), list.names.end(), Lower(name)) != list.names.end();
+// Every request is looked at: no copy of the header is made.
+bool Listed(const HostAllowList& list, std::string_view name) {
+    return std::any_of(list.names.begin(), list.names.end(), [name](const std::string& allowed) {
+        return allowed.size() == name.size() && strncasecmp(allowed.data(), name.data(), name.size()) == 0;
+    });
 }
 
 // host is "name" or "name:port" (an IPv6 literal in brackets); defaultPort is the port a missing
 // one stands for, 0 when a missing port is always accepted (Host).
-bool AllowedHostPort(const HostAllowList& list, const std::string& host, uint16_t defaultPort) {
+bool AllowedHostPort(const HostAllowList& list, std::string_view host, uint16_t defaultPort) {
     size_t close = host.rfind(']');
     size_t colon = host.rfind(':');
-    if (colon == std::string::npos || (close != std::string::npos && colon < close)) {
+    if (colon == std::string_view::npos || (close != std::string_view::npos && colon < close)) {
         return Listed(list, host) && (defaultPort == 0 || defaultPort == list.port);
     }
-    return Listed(list, host.substr(0, colon)) && host.substr(colon + 1) == std::to_string(list.port);
+    return Listed(list, host.substr(0, colon)) && host.substr(colon + 1) == list.portText;
 }
 
 }  // namespace
@@ -38,15 +35,16 @@ HostAllowList MakeHostAllowList(uint16_t port, const std::string& listenHost,
                                 const std::vector<std::string>& added) {
     HostAllowList list;
     list.port = port;
+    list.portText = std::to_string(port);
     list.names = {"127.0.0.1", "localhost", "[::1]"};
     std::string listen = listenHost.find(':') != std::string::npos && listenHost[0] != '['
                              ? "[" + listenHost + "]"
                              : listenHost;
     if (!listen.empty() && listen != "0.0.0.0" && listen != "[::]") {
-        list.names.push_back(Lower(listen));
+        list.names.push_back(listen);
     }
     for (const std::string& name : added) {
-        list.names.push_back(Lower(name));
+        list.names.push_back(name);
     }
     return list;
 }
@@ -65,10 +63,10 @@ bool IsOwnOrigin(const HostAllowList& list, const char* origin) {
         const char* scheme;
         uint16_t port;
     } kSchemes[] = {{"http://", 80}, {"https://", 443}};
-    std::string text = origin != nullptr ? origin : "";
+    std::string_view text = origin != nullptr ? origin : "";
     for (const auto& s : kSchemes) {
         size_t length = strlen(s.scheme);
-        if (strncasecmp(text.c_str(), s.scheme, length) == 0) {
+        if (text.size() > length && strncasecmp(text.data(), s.scheme, length) == 0) {
             return AllowedHostPort(list, text.substr(length), s.port);
         }
     }

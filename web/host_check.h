@@ -15,8 +15,9 @@
 namespace vks_web {
 
 struct HostAllowList {
-    std::vector<std::string> names;  // lower case; IPv6 literals in brackets
+    std::vector<std::string> names;  // compared without case; IPv6 literals in brackets
     uint16_t port = 0;               // the port the server listens on
+    std::string portText;            // the same, in decimal
 };
 
 // The loopback names (127.0.0.1, localhost, [::1]), listenHost unless it is a wildcard address,
