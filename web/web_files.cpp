@@ -39,9 +39,8 @@ const char* ContentType(const std::string& path) {
 
 // The pages load their scripts and styles from this server only and may not be framed: a page of
 // another site must not show them under a transparent frame and have the user click through it.
-// The viewer sets style attributes from its scripts, hence the inline styles.
 const char kPagePolicy[] =
-    "default-src 'self'; script-src 'self'; style-src 'self' 'unsafe-inline'; img-src 'self' data:; "
+    "default-src 'self'; script-src 'self'; style-src 'self'; img-src 'self' data:; "
     "connect-src 'self'; object-src 'none'; base-uri 'none'; form-action 'self'; frame-ancestors 'none'";
 
 void AddPageHeaders(struct evhttp_request* req, const char* type) {
