@@ -44,7 +44,7 @@ if $same_tasks; then
   control=$(sed -n 's/.*control on \(http:[^ ]*\).*/\1/p' "$dir/emulator.log")control/state/tasks
   curl -s --fail "$control" |
     python3 -c 'import json, sys; t = json.load(sys.stdin); [x.update(channelId=101) for x in t]; print(json.dumps(t))' |
-    curl -s --fail -X PUT --data-binary @- "$control" >/dev/null
+    curl -s --fail -X PUT -H 'Content-Type: application/json' --data-binary @- "$control" >/dev/null
 fi
 valgrind --tool=callgrind --callgrind-out-file="$out" "$build/bin/vks_access_server" \
   --listen 127.0.0.1:0 --cmd-socket "$dir/cmd.sock" >"$dir/server.log" 2>&1 &

@@ -24,6 +24,7 @@
 #include "loop_events.h"
 #include "phases.h"
 #include "request_ctx.h"
+#include "request_guard.h"
 #include "request_header.h"
 #include "status_map.h"
 #include "unix_cmd_channel.h"
@@ -418,6 +419,9 @@ RequestCtx* NewRequest(AccessServer* server, struct evhttp_request* req, const H
 void OnHttpRequest(struct evhttp_request* req, void* arg) {
     auto* server = static_cast<AccessServer*>(arg);
     Connection* conn = RequestArrived(server, req);
+    if (RefuseMisdirected(server->hosts, req)) {
+        return;
+    }
     if (server->draining) {
         evhttp_add_header(evhttp_request_get_output_headers(req), "Connection", "close");
         AnswerHandedOver(conn, req);
@@ -519,6 +523,7 @@ int SetUpHttp(AccessServer* server, std::string* err) {
         return -1;
     }
     server->boundPort = vks_web::BoundPort(socket);
+    server->hosts = vks_web::MakeHostAllowList(server->boundPort, o.listenHost, o.allowHosts);
     if (WatchConnections(server, socket) != 0) {
         *err = "cannot watch the connections";
         return -1;

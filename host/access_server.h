@@ -12,6 +12,7 @@
 #include <unordered_map>
 
 #include "done_queue.h"
+#include "host_check.h"
 #include "reply_watch.h"
 #include "module_table.h"
 #include "options.h"
@@ -59,6 +60,8 @@ struct AccessServer {
     bool draining;
     int unsent;  // answers handed to evhttp and not yet written whole
     uint16_t boundPort;
+    // The names requests may give in Host, with boundPort.
+    vks_web::HostAllowList hosts;
     DoneQueue done;      // jobs the workers finished, back to the loop; outlives the pools
     ReplyWatch replies;  // service files of parked requests; outlives the pools
     WorkerPool pools[kRoadCount];

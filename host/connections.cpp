@@ -12,6 +12,7 @@
 #include <string>
 
 #include "access_server.h"
+#include "error_page.h"
 #include "host_log.h"
 #include "http_answer.h"
 #include "loop_events.h"
@@ -129,60 +130,10 @@ void OnInput(struct evbuffer*, const struct evbuffer_cb_info* info, void* arg) {
     evtimer_add(conn->headerTimer, &limit);
 }
 
-// evhttp answers some malformed requests itself, with a short HTML page written in one go (a
-// request line or header block beyond the bound: 400; a body beyond it: 413; an unknown method:
-// 501). In the connection's output such a page is replaced by the status envelope, so that every
-// answer is JSON. The page is recognised by its fixed end once its last piece, the body, is added;
-// its status line is the last one before its body (an earlier answer may still wait in the buffer).
-const char kPageStart[] = "<HTML><HEAD>\n<TITLE>";
-const char kPageEnd[] = "</BODY></HTML>\n";
-
-void ReplaceErrorPage(struct evbuffer* out) {
-    struct evbuffer_ptr body = evbuffer_search(out, kPageStart, sizeof(kPageStart) - 1, nullptr);
-    struct evbuffer_ptr start;
-    start.pos = -1;
-    for (struct evbuffer_ptr line = evbuffer_search_range(out, "HTTP/1.", 7, nullptr, &body);
-         body.pos >= 0 && line.pos >= 0; line = evbuffer_search_range(out, "HTTP/1.", 7, &line, &body)) {
-        start = line;
-        evbuffer_ptr_set(out, &line, 1, EVBUFFER_PTR_ADD);
-    }
-    char status[128] = "";
-    if (start.pos < 0 || evbuffer_copyout_from(out, &start, status, sizeof(status) - 1) <= 0) {
-        return;
-    }
-    char* eol = strstr(status, "\r\n");
-    const char* code = strchr(status, ' ');
-    if (eol == nullptr || code == nullptr || code > eol) {
-        return;
-    }
-    *eol = '\0';
-    const char* reason = strchr(code + 1, ' ');
-    std::string envelope = StatusEnvelope(atoi(code + 1), reason != nullptr ? reason + 1 : "", "");
-    std::string head = std::string(status) +
-                       "\r\nContent-Type: application/json; charset=utf-8\r\nConnection: close\r\n"
-                       "Content-Length: " +
-                       std::to_string(envelope.size()) + "\r\n\r\n";
-    struct evbuffer* before = evbuffer_new();
-    if (before == nullptr) {
-        return;
-    }
-    evbuffer_remove_buffer(out, before, static_cast<size_t>(start.pos));
-    evbuffer_drain(out, evbuffer_get_length(out));
-    evbuffer_add_buffer(out, before);
-    evbuffer_add(out, head.data(), head.size());
-    evbuffer_add(out, envelope.data(), envelope.size());
-    evbuffer_free(before);
-}
-
-// The last bytes of the output are those of an evhttp error page.
-bool EndsWithErrorPage(struct evbuffer* out) {
-    const size_t endLength = sizeof(kPageEnd) - 1;
-    size_t length = evbuffer_get_length(out);
-    struct evbuffer_ptr tail;
-    char end[sizeof(kPageEnd)] = "";
-    return length >= endLength && evbuffer_ptr_set(out, &tail, length - endLength, EVBUFFER_PTR_SET) == 0 &&
-           evbuffer_copyout_from(out, &tail, end, endLength) == static_cast<ev_ssize_t>(endLength) &&
-           memcmp(end, kPageEnd, endLength) == 0;
+// An error page evhttp wrote itself becomes the status envelope, with an empty RequestURL (evhttp
+// has dropped the target by then).
+std::string ErrorEnvelope(void*, int* code, std::string* reason) {
+    return StatusEnvelope(*code, reason->c_str(), "");
 }
 
 void OnOutput(struct evbuffer* out, const struct evbuffer_cb_info* info, void* arg) {
@@ -191,19 +142,7 @@ void OnOutput(struct evbuffer* out, const struct evbuffer_cb_info* info, void* a
         return;
     }
     conn->rewriting = true;
-    // Once a socket bufferevent has written, it keeps the start of its output frozen between its
-    // writes (only it may drain it), and a frozen start refuses even a copy: thawed for the look.
-    char first = 0;
-    bool frozen = evbuffer_copyout(out, &first, 1) < 0;
-    if (frozen) {
-        evbuffer_unfreeze(out, 1);
-    }
-    if (EndsWithErrorPage(out)) {
-        ReplaceErrorPage(out);
-    }
-    if (frozen) {
-        evbuffer_freeze(out, 1);
-    }
+    vks_web::ReplaceErrorPage(out, &ErrorEnvelope, nullptr);
     conn->rewriting = false;
 }
 

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "cjson.h"
+#include "host_check.h"
 #include "zkapi_common.h"
 
 namespace vks_host {
@@ -12,6 +13,7 @@ namespace vks_host {
 void SendJson(struct evhttp_request* req, int code, const char* reason, const std::string& body) {
     struct evkeyvalq* headers = evhttp_request_get_output_headers(req);
     evhttp_add_header(headers, "Content-Type", "application/json; charset=utf-8");
+    vks_web::AddNoSniff(req);
     if (evhttp_request_get_command(req) == EVHTTP_REQ_HEAD) {
         // evhttp would send a HEAD answer's body and no length: the length of the GET's body, alone.
         evhttp_add_header(headers, "Content-Length", std::to_string(body.size()).c_str());

@@ -96,6 +96,9 @@ bool ApplyOption(const std::string& name, const char* value, HostOptions* out, s
         out->oplogPath = value;
     } else if (name == "--web-root") {
         out->webRoot = value;
+    } else if (name == "--allow-host") {
+        ok = *value != '\0';
+        out->allowHosts.push_back(value);
     } else if (name == "--max-body") {
         ok = ParseNumber(value, 1, UINT_MAX, &n);
         out->maxBody = static_cast<size_t>(n);
@@ -128,6 +131,13 @@ ParseOutcome ParseHostOptions(int argc, char** argv, HostOptions* out, std::stri
         if (name == "--help" || name == "-h") {
             return kOptionsHelp;
         }
+        size_t equals = name.find('=');
+        if (equals != std::string::npos) {  // "--name=value"
+            if (!ApplyOption(name.substr(0, equals), argv[i] + equals + 1, out, err)) {
+                return kOptionsBad;
+            }
+            continue;
+        }
         if (!ApplyOption(name, i + 1 < argc ? argv[i + 1] : nullptr, out, err)) {
             return kOptionsBad;
         }
@@ -143,6 +153,7 @@ ParseOutcome ParseHostOptions(int argc, char** argv, HostOptions* out, std::stri
 std::string HostUsage(const char* argv0) {
     return std::string("usage: ") + argv0 +
            " [options]\n"
+           "Options take their value as --name value or --name=value.\n"
            "  --module PATH         plug-in module (default: <bindir>/../lib/libvksapiMultiTaskApp.so)\n"
            "  --listen HOST:PORT    address to serve (default 127.0.0.1:8080; port 0 picks a free one)\n"
            "  --workers N           threads per road started at once (default 4)\n"
@@ -162,6 +173,8 @@ std::string HostUsage(const char* argv0) {
            "  --drain-timeout MS    on SIGINT/SIGTERM, time left to requests in flight (default 10000)\n"
            "  --web-root DIR        where /docs and /api/openapi.json are read from (default: the source "
            "tree)\n"
+           "  --allow-host NAME     a name requests may give in Host besides 127.0.0.1, localhost and [::1]\n"
+           "                        (repeatable); any other Host gets 421\n"
            "  --help                this text\n";
 }
 

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace vks_host {
 
@@ -26,6 +27,7 @@ struct HostOptions {
     int maxConnections = 512;     // accepting pauses while this many connections are open
     int drainTimeoutMs = 10000;   // on SIGINT/SIGTERM, how long requests in flight may take to finish
     std::string webRoot;          // docs/openapi, web/ and node_modules/ of the docs page
+    std::vector<std::string> allowHosts;  // names beside the loopback ones a request may name in Host
 };
 
 enum ParseOutcome { kOptionsOk = 0, kOptionsHelp = 1, kOptionsBad = -1 };

@@ -6,8 +6,11 @@
 #include <sys/socket.h>
 #include <stdlib.h>
 
+#include <cstring>
 #include <fstream>
 #include <sstream>
+
+#include "host_check.h"
 
 namespace vks_web {
 namespace {
@@ -34,6 +37,21 @@ const char* ContentType(const std::string& path) {
     return "application/octet-stream";
 }
 
+// The pages load their scripts and styles from this server only and may not be framed: a page of
+// another site must not show them under a transparent frame and have the user click through it.
+const char kPagePolicy[] =
+    "default-src 'self'; script-src 'self'; style-src 'self'; img-src 'self' data:; "
+    "connect-src 'self'; object-src 'none'; base-uri 'none'; form-action 'self'; frame-ancestors 'none'";
+
+void AddPageHeaders(struct evhttp_request* req, const char* type) {
+    if (strncmp(type, "text/html", 9) != 0) {
+        return;
+    }
+    struct evkeyvalq* headers = evhttp_request_get_output_headers(req);
+    evhttp_add_header(headers, "X-Frame-Options", "DENY");
+    evhttp_add_header(headers, "Content-Security-Policy", kPagePolicy);
+}
+
 bool Escapes(const std::string& relative) {
     return relative.find("..") != std::string::npos || relative.find('\0') != std::string::npos;
 }
@@ -57,6 +75,7 @@ std::string RequestPath(struct evhttp_request* req) {
 }
 
 void SendText(struct evhttp_request* req, int code, const char* type, const std::string& body) {
+    AddNoSniff(req);
     evhttp_add_header(evhttp_request_get_output_headers(req), "Content-Type", type);
     struct evbuffer* out = evbuffer_new();
     if (out == nullptr) {
@@ -93,6 +112,7 @@ void SendFile(struct evhttp_request* req, const std::string& root, const std::st
         }
         return;
     }
+    AddPageHeaders(req, ContentType(relative));
     SendText(req, 200, ContentType(relative), body.str());
 }
 

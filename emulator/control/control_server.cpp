@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <thread>
 
+#include "control_answer.h"
+#include "control_guard.h"
 #include "fault_json.h"
 #include "state_admin.h"
 #include "web_files.h"
@@ -22,6 +24,7 @@ struct ControlServer::Impl {
     struct event_base* base = nullptr;
     struct evhttp* http = nullptr;
     uint16_t port = 0;
+    ControlGuard guard;
     std::thread thread;
 
     ~Impl() {
@@ -32,6 +35,7 @@ struct ControlServer::Impl {
         if (http != nullptr) {
             evhttp_free(http);
         }
+        UnwatchConnections(&guard.watches);
         if (base != nullptr) {
             event_base_free(base);
         }
@@ -50,9 +54,7 @@ void SendJsonObject(struct evhttp_request* req, int code, json_object* value) {
 }
 
 void SendError(struct evhttp_request* req, int code, const std::string& message) {
-    json_object* body = json_object_new_object();
-    json_object_object_add(body, "error", json_object_new_string(message.c_str()));
-    SendJsonObject(req, code, body);
+    SendControlError(req, code, message);
 }
 
 // The request body parsed as JSON, or null (an error already sent) when it is not JSON.
@@ -108,7 +110,7 @@ void Faults(ControlServer::Impl* s, struct evhttp_request* req, const std::strin
     int command = 0;
     if (slash == std::string::npos || !ParseCommand(road, rest.substr(slash + 1), &command)) {
         return SendError(req, 404,
-                         "no such fault target: " + rest +
+                         "no such fault target: " + EchoedPath(rest) +
                              " (roads " CONTROL_ROAD_ANALYSIS
                              ": 229, 1201, 1202, 1203, all; " CONTROL_ROAD_CMD
                              ": 7032, 7037, 22025, 22026, all)");
@@ -117,7 +119,7 @@ void Faults(ControlServer::Impl* s, struct evhttp_request* req, const std::strin
         road == CONTROL_ROAD_ANALYSIS ? *s->targets.analysisFaults : *s->targets.cmdFaults;
     if (method == EVHTTP_REQ_DELETE) {
         return table.Remove(command) ? SendJsonObject(req, 200, FaultList(s->targets))
-                                     : SendError(req, 404, "no fault for " + rest);
+                                     : SendError(req, 404, "no fault for " + EchoedPath(rest));
     }
     if (method != EVHTTP_REQ_PUT) {
         return SendError(req, 405, "PUT or DELETE");
@@ -151,7 +153,7 @@ void State(ControlServer::Impl* s, struct evhttp_request* req, const std::string
         return reset ? SendJsonObject(req, 200, s->state->ReadAll()) : SendError(req, 500, error);
     }
     if (!kind.empty() && !StateAdmin::Known(kind)) {
-        return SendError(req, 404, "no such state kind: " + kind);
+        return SendError(req, 404, "no such state kind: " + EchoedPath(kind));
     }
     if (method == EVHTTP_REQ_GET) {
         json_object* value = kind.empty() ? s->state->ReadAll() : s->state->Read(kind);
@@ -189,6 +191,9 @@ void JournalRoute(ControlServer::Impl* s, struct evhttp_request* req) {
 
 void OnRequest(struct evhttp_request* req, void* arg) {
     auto* s = static_cast<ControlServer::Impl*>(arg);
+    if (RefuseRequest(&s->guard, req)) {
+        return;
+    }
     std::string path = vks_web::RequestPath(req);
     const std::string& root = s->options.webRoot;
     auto under = [&path](const std::string& prefix, std::string* rest) {
@@ -198,11 +203,11 @@ void OnRequest(struct evhttp_request* req, void* arg) {
     };
     std::string rest;
     if (path == "/" || path == "/console") {
-        vks_web::SendFile(req, root, "web/console/index.html");
+        vks_web::SendFile(req, root, "web/console/index.html", &RefuseFile);
     } else if (path == "/openapi.json") {
-        vks_web::SendFile(req, root, "docs/openapi/emulator-control.json");
+        vks_web::SendFile(req, root, "docs/openapi/emulator-control.json", &RefuseFile);
     } else if (under("/console", &rest)) {
-        vks_web::SendFile(req, root, "web/console" + rest);
+        vks_web::SendFile(req, root, "web/console" + rest, &RefuseFile);
     } else if (under("/control/faults", &rest)) {
         Faults(s, req, rest);
     } else if (under("/control/state", &rest)) {
@@ -210,7 +215,7 @@ void OnRequest(struct evhttp_request* req, void* arg) {
     } else if (path == "/control/journal") {
         JournalRoute(s, req);
     } else {
-        SendError(req, 404, "no such path: " + path);
+        SendError(req, 404, "no such path: " + EchoedPath(path));
     }
 }
 
@@ -240,8 +245,9 @@ std::unique_ptr<ControlServer> ControlServer::Start(const ControlOptions& option
         *error = "control port: cannot create the event loop";
         return nullptr;
     }
-    evhttp_set_allowed_methods(
-        impl->http, EVHTTP_REQ_GET | EVHTTP_REQ_HEAD | EVHTTP_REQ_PUT | EVHTTP_REQ_POST | EVHTTP_REQ_DELETE);
+    evhttp_set_allowed_methods(impl->http, EVHTTP_REQ_GET | EVHTTP_REQ_HEAD | EVHTTP_REQ_PUT |
+                                               EVHTTP_REQ_POST | EVHTTP_REQ_DELETE | EVHTTP_REQ_OPTIONS);
+    WatchConnections(&impl->guard.watches, impl->http, impl->base);
     evhttp_set_gencb(impl->http, &OnRequest, impl.get());
     struct evhttp_bound_socket* socket =
         evhttp_bind_socket_with_handle(impl->http, "127.0.0.1", static_cast<uint16_t>(options.port));
@@ -250,6 +256,7 @@ std::unique_ptr<ControlServer> ControlServer::Start(const ControlOptions& option
         return nullptr;
     }
     impl->port = vks_web::BoundPort(socket);
+    impl->guard.hosts = vks_web::MakeHostAllowList(impl->port, "127.0.0.1", options.allowHosts);
     struct event_base* base = impl->base;
     impl->thread = std::thread([base] { event_base_dispatch(base); });
     return std::unique_ptr<ControlServer>(new ControlServer(std::move(impl)));

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "fault_table.h"
 #include "journal.h"
@@ -22,6 +23,7 @@ struct ControlOptions {
     size_t journalSize = 500;
     std::string webRoot;  // docs/openapi and web/console are read from here
     std::string dbPath;
+    std::vector<std::string> allowHosts;  // names beside the loopback ones a request may give in Host
 };
 
 struct ControlTargets {

@@ -27,6 +27,8 @@ bool ParseOne(const std::string& name, const std::string& value, DaemonOptions* 
         } else {
             options->control.journalSize = static_cast<size_t>(n);
         }
+    } else if (name == "--allow-host" && !value.empty()) {
+        options->control.allowHosts.push_back(value);
     } else if (name == "--web-root" && !value.empty()) {
         options->control.webRoot = value;
     } else if (name == "--db" && !value.empty()) {
@@ -92,6 +94,8 @@ std::string DaemonUsage() {
                "  --control-port=PORT      serve the control API and console on 127.0.0.1:PORT (0: any free "
                "port; default: none)\n"
                "  --journal-size=N         requests the control API's journal keeps (default 500)\n"
+               "  --allow-host=NAME        a name the control port answers to in Host besides 127.0.0.1,\n"
+               "                           localhost and [::1] (repeatable); any other Host gets 421\n"
                "  --web-root=DIR           where the console and its OpenAPI document are read from "
                "(default: "
                "the source tree)\n"

@@ -354,6 +354,8 @@ TEST(AccessServerCommandLine, RefusesWhatItCannotServe) {
         {{"--listen", "127.0.0.1"}, 2, "bad value for --listen"},
         {{"--bogus", "1"}, 2, "unknown option --bogus"},
         {{"--bogus"}, 2, "unknown option --bogus"},
+        {{"--workers=0"}, 2, "bad value for --workers"},
+        {{"--allow-host="}, 2, "bad value for --allow-host"},
         {{"--cmd-timeout"}, 2, "missing value for --cmd-timeout"},
         {{"--workers", "8", "--max-workers", "4"}, 2, "--max-workers is below --workers"},
         {{"--module", "/nonexistent/lib.so"}, 1, "cannot load /nonexistent/lib.so"},

@@ -54,10 +54,12 @@ export async function startKit(name, serverArgs = [], emulatorArgs = []) {
         api: server.match[1] + "/api/",
         docs: server.match[1] + "/docs",
         control: emulator.match[1],
+        pids: { emulator: emulator.child.pid, server: server.child.pid },
         // A control-API call whose answer must match the control document.
         async ctl(method, path, body) {
             const response = await fetch(kit.control + path, {
                 method, body: body === undefined ? undefined : JSON.stringify(body),
+                headers: body === undefined ? {} : { "Content-Type": "application/json" },
                 signal: AbortSignal.timeout(10000),
             });
             const value = await response.json();

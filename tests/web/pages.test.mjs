@@ -29,9 +29,12 @@ after(async () => {
     await kit?.stop();
 });
 
+// Each page's own policy must not have to refuse anything of the page (an inline script, a style).
 async function newPage() {
     const page = await browser.newPage({ viewport: { width: 1280, height: 900 } });
     page.setDefaultTimeout(15000);
+    page.violations = [];
+    page.on("console", (m) => { if (/Content Security Policy/.test(m.text())) page.violations.push(m.text()); });
     return page;
 }
 
@@ -51,6 +54,7 @@ test("docs page: the document renders and try it out returns the live body", { t
     assert.match(await op.locator(".request-url pre").innerText(), /\/api\/MultiTaskAppTaskModesEnableList\?ChannelId=101&ChannelGroup=1$/);
     await body.scrollIntoViewIfNeeded();
     await page.screenshot({ path: `${shots}/docs.png` });
+    assert.deepEqual(page.violations, []);
     await page.close();
 });
 
@@ -76,5 +80,6 @@ test("console: task list, a fault set in the page reaches curl, the journal show
     await row.first().waitFor();
     assert.match(await row.first().innerText(), /command-channel\s+22025\s+get[\s\S]*"channelId":101[\s\S]*yes/);
     await page.screenshot({ path: `${shots}/console.png`, fullPage: true });
+    assert.deepEqual(page.violations, []);
     await page.close();
 });
