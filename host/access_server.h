@@ -6,11 +6,13 @@
 #include <atomic>
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <set>
 #include <vector>
 #include <string>
 #include <unordered_map>
 
+#include "digest_auth.h"
 #include "done_queue.h"
 #include "reply_watch.h"
 #include "module_table.h"
@@ -22,6 +24,7 @@ struct evhttp;
 struct event;
 struct evhttp_bound_socket;
 struct bufferevent;
+struct ssl_ctx_st;
 
 namespace vks_host {
 
@@ -59,6 +62,8 @@ struct AccessServer {
     bool draining;
     int unsent;  // answers handed to evhttp and not yet written whole
     uint16_t boundPort;
+    std::unique_ptr<DigestAuth> login;  // --auth-file; null: no login
+    struct ssl_ctx_st* tls;             // --tls-cert/--tls-key; null: plain HTTP
     DoneQueue done;      // jobs the workers finished, back to the loop; outlives the pools
     ReplyWatch replies;  // service files of parked requests; outlives the pools
     WorkerPool pools[kRoadCount];

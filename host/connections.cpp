@@ -15,6 +15,7 @@
 #include "host_log.h"
 #include "http_answer.h"
 #include "loop_events.h"
+#include "tls.h"
 
 namespace vks_host {
 
@@ -234,11 +235,12 @@ Connection* Track(AccessServer* server, struct bufferevent* bev) {
     return conn;
 }
 
-// evhttp asks for the bufferevent of every accepted connection: the one it would make itself.
+// evhttp asks for the bufferevent of every accepted connection: the one it would make itself, or with
+// HTTPS one that runs TLS over the socket (the buffers seen here and by evhttp hold the clear text).
 struct bufferevent* OnAccepted(struct event_base* base, void* arg) {
     auto* server = static_cast<AccessServer*>(arg);
     server->acceptFailing = false;  // an accept went through: the episode is over
-    struct bufferevent* bev = bufferevent_socket_new(base, -1, BEV_OPT_CLOSE_ON_FREE);
+    struct bufferevent* bev = NewConnectionBufferevent(base, server->tls);
     Connection* conn = bev != nullptr ? Track(server, bev) : nullptr;
     if (conn == nullptr) {
         return bev;  // out of memory: served untracked, or refused by evhttp

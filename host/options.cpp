@@ -60,6 +60,7 @@ const IntOption kIntOptions[] = {
     {"--header-timeout", 1, INT_MAX, &HostOptions::headerTimeoutMs},
     {"--max-connections", 1, 1 << 20, &HostOptions::maxConnections},
     {"--drain-timeout", 0, INT_MAX, &HostOptions::drainTimeoutMs},
+    {"--auth-nonce-lifetime", 1, INT_MAX / 1000, &HostOptions::authNonceLifetimeS},
 };
 
 bool Refuse(const std::string& name, const char* value, std::string* err) {
@@ -96,6 +97,12 @@ bool ApplyOption(const std::string& name, const char* value, HostOptions* out, s
         out->oplogPath = value;
     } else if (name == "--web-root") {
         out->webRoot = value;
+    } else if (name == "--auth-file") {
+        out->authFile = value;
+    } else if (name == "--tls-cert") {
+        out->tlsCert = value;
+    } else if (name == "--tls-key") {
+        out->tlsKey = value;
     } else if (name == "--max-body") {
         ok = ParseNumber(value, 1, UINT_MAX, &n);
         out->maxBody = static_cast<size_t>(n);
@@ -104,6 +111,22 @@ bool ApplyOption(const std::string& name, const char* value, HostOptions* out, s
         return false;
     }
     return ok || Refuse(name, value, err);
+}
+
+// Options that only make sense together.
+bool CheckCombinations(const HostOptions& o, std::string* err) {
+    if (o.maxWorkers < o.workers) {
+        *err = "--max-workers is below --workers";
+    } else if (o.tlsCert.empty() != o.tlsKey.empty()) {
+        *err = "--tls-cert and --tls-key go together";
+    } else if (o.authBasic && o.authFile.empty()) {
+        *err = "--auth-basic needs --auth-file";
+    } else if (o.authBasic && o.tlsCert.empty()) {
+        *err = "--auth-basic needs --tls-cert and --tls-key: Basic would send the password in clear text";
+    } else {
+        return true;
+    }
+    return false;
 }
 
 }  // namespace
@@ -128,16 +151,20 @@ ParseOutcome ParseHostOptions(int argc, char** argv, HostOptions* out, std::stri
         if (name == "--help" || name == "-h") {
             return kOptionsHelp;
         }
-        if (!ApplyOption(name, i + 1 < argc ? argv[i + 1] : nullptr, out, err)) {
+        if (name == "--auth-basic") {
+            out->authBasic = true;
+            continue;
+        }
+        // "--name=value" is the same as "--name value".
+        size_t equals = name.find('=');
+        bool joined = name.rfind("--", 0) == 0 && equals != std::string::npos;
+        const char* value = joined ? argv[i] + equals + 1 : i + 1 < argc ? argv[i + 1] : nullptr;
+        if (!ApplyOption(joined ? name.substr(0, equals) : name, value, out, err)) {
             return kOptionsBad;
         }
-        ++i;
+        i += joined ? 0 : 1;
     }
-    if (out->maxWorkers < out->workers) {
-        *err = "--max-workers is below --workers";
-        return kOptionsBad;
-    }
-    return kOptionsOk;
+    return CheckCombinations(*out, err) ? kOptionsOk : kOptionsBad;
 }
 
 std::string HostUsage(const char* argv0) {
@@ -162,7 +189,13 @@ std::string HostUsage(const char* argv0) {
            "  --drain-timeout MS    on SIGINT/SIGTERM, time left to requests in flight (default 10000)\n"
            "  --web-root DIR        where /docs and /api/openapi.json are read from (default: the source "
            "tree)\n"
-           "  --help                this text\n";
+           "  --auth-file FILE      users (htdigest format); every request then needs a Digest login\n"
+           "  --auth-nonce-lifetime S  how long a Digest nonce is taken (default 300)\n"
+           "  --auth-basic          also take Basic credentials (needs --tls-cert)\n"
+           "  --tls-cert FILE       serve HTTPS with this PEM certificate (chain)...\n"
+           "  --tls-key FILE        ...and this PEM private key\n"
+           "  --help                this text\n"
+           "Every option taking a value may also be written --name=value.\n";
 }
 
 }  // namespace vks_host

@@ -26,6 +26,11 @@ struct HostOptions {
     int maxConnections = 512;     // accepting pauses while this many connections are open
     int drainTimeoutMs = 10000;   // on SIGINT/SIGTERM, how long requests in flight may take to finish
     std::string webRoot;          // docs/openapi, web/ and node_modules/ of the docs page
+    std::string authFile;         // htdigest users; empty: no login
+    bool authBasic = false;       // Basic against authFile as well (TLS only)
+    int authNonceLifetimeS = 300;  // a Digest nonce is taken this long after it was handed out
+    std::string tlsCert;          // PEM certificate chain; with tlsKey: HTTPS
+    std::string tlsKey;
 };
 
 enum ParseOutcome { kOptionsOk = 0, kOptionsHelp = 1, kOptionsBad = -1 };
