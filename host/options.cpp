@@ -151,18 +151,21 @@ ParseOutcome ParseHostOptions(int argc, char** argv, HostOptions* out, std::stri
         if (name == "--help" || name == "-h") {
             return kOptionsHelp;
         }
-        if (name == "--auth-basic") {
+        if (name == "--auth-basic") {  // the one option without a value
             out->authBasic = true;
             continue;
         }
-        // "--name=value" is the same as "--name value".
         size_t equals = name.find('=');
-        bool joined = name.rfind("--", 0) == 0 && equals != std::string::npos;
-        const char* value = joined ? argv[i] + equals + 1 : i + 1 < argc ? argv[i + 1] : nullptr;
-        if (!ApplyOption(joined ? name.substr(0, equals) : name, value, out, err)) {
+        if (equals != std::string::npos) {  // "--name=value"
+            if (!ApplyOption(name.substr(0, equals), argv[i] + equals + 1, out, err)) {
+                return kOptionsBad;
+            }
+            continue;
+        }
+        if (!ApplyOption(name, i + 1 < argc ? argv[i + 1] : nullptr, out, err)) {
             return kOptionsBad;
         }
-        i += joined ? 0 : 1;
+        ++i;
     }
     return CheckCombinations(*out, err) ? kOptionsOk : kOptionsBad;
 }
@@ -170,6 +173,7 @@ ParseOutcome ParseHostOptions(int argc, char** argv, HostOptions* out, std::stri
 std::string HostUsage(const char* argv0) {
     return std::string("usage: ") + argv0 +
            " [options]\n"
+           "Options take their value as --name value or --name=value.\n"
            "  --module PATH         plug-in module (default: <bindir>/../lib/libvksapiMultiTaskApp.so)\n"
            "  --listen HOST:PORT    address to serve (default 127.0.0.1:8080; port 0 picks a free one)\n"
            "  --workers N           threads per road started at once (default 4)\n"
@@ -194,8 +198,7 @@ std::string HostUsage(const char* argv0) {
            "  --auth-basic          also take Basic credentials (needs --tls-cert)\n"
            "  --tls-cert FILE       serve HTTPS with this PEM certificate (chain)...\n"
            "  --tls-key FILE        ...and this PEM private key\n"
-           "  --help                this text\n"
-           "Every option taking a value may also be written --name=value.\n";
+           "  --help                this text\n";
 }
 
 }  // namespace vks_host
