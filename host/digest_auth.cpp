@@ -205,7 +205,8 @@ AuthVerdict CheckDigest(DigestAuth* auth, const char* method, const char* target
     }
     std::string nc = params["nc"];
     std::string algorithm = Lower(Param(params, "algorithm"));
-    if (!IsHex(nc, 8) || !IsHex(params["response"], 32) || params["uri"] != target ||
+    // Counts start at 1: 0 would be taken once on every nonce without ever having been sent.
+    if (!IsHex(nc, 8) || nc == "00000000" || !IsHex(params["response"], 32) || params["uri"] != target ||
         Lower(Param(params, "userhash")) == "true") {
         return AuthVerdict::kBadRequest;
     }

@@ -122,6 +122,7 @@ test("malformed Digest parameters get 400, a foreign realm a challenge", { timeo
         [digest({ nonce, nc: "00000001", uri: "/api/MultiTaskAppHistory" }), 400],  // signed for another target
         [valid.replace(/, cnonce="[^"]*"/, ""), 400],
         [valid.replace("nc=00000001", "nc=1"), 400],
+        [digest({ nonce, nc: "00000000" }), 400],
         [valid.replace(/response="[0-9a-f]+"/, 'response="00'), 400],  // unterminated
         [valid.replace("username=", "username=\"x\", username="), 400],
         [digest({ nonce, nc: "00000002", realm: "other" }), 401],
