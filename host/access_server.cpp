@@ -549,7 +549,7 @@ int SetUpLogin(AccessServer* server, std::string* err) {
         return -1;
     }
     server->login->allowBasic = o.authBasic;
-    server->login->nonceLifetimeMs = static_cast<int64_t>(o.authNonceLifetimeS) * 1000;
+    server->login->nonceLifetimeMs = static_cast<int64_t>(o.nonceLifetimeS) * 1000;
     return LoadAuthFile(o.authFile, server->login.get(), err);
 }
 

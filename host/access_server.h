@@ -62,8 +62,10 @@ struct AccessServer {
     bool draining;
     int unsent;  // answers handed to evhttp and not yet written whole
     uint16_t boundPort;
-    std::unique_ptr<DigestAuth> login;  // --auth-file; null: no login
-    struct ssl_ctx_st* tls;             // --tls-cert/--tls-key; null: plain HTTP
+    // --auth-file; null: no login.
+    std::unique_ptr<DigestAuth> login;
+    // --tls-cert/--tls-key; null: plain HTTP.
+    struct ssl_ctx_st* tls;
     DoneQueue done;      // jobs the workers finished, back to the loop; outlives the pools
     ReplyWatch replies;  // service files of parked requests; outlives the pools
     WorkerPool pools[kRoadCount];

@@ -210,7 +210,8 @@ AuthVerdict CheckDigest(DigestAuth* auth, const char* method, const char* target
         Lower(Param(params, "userhash")) == "true") {
         return AuthVerdict::kBadRequest;
     }
-    if (params["realm"] != auth->realm || params["qop"] != "auth" || (!algorithm.empty() && algorithm != "md5")) {
+    if (params["realm"] != auth->realm || params["qop"] != "auth" ||
+        (!algorithm.empty() && algorithm != "md5")) {
         return AuthVerdict::kChallenge;
     }
     bool known = false;
@@ -310,7 +311,8 @@ int LoadAuthFile(const std::string& path, DigestAuth* auth, std::string* err) {
             return -1;
         }
         if (!auth->users.empty() && realm != auth->realm) {
-            *err = where + "realm \"" + realm + "\" differs from \"" + auth->realm + "\" (one realm per file)";
+            *err =
+                where + "realm \"" + realm + "\" differs from \"" + auth->realm + "\" (one realm per file)";
             return -1;
         }
         auth->realm = realm;

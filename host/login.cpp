@@ -36,8 +36,9 @@ bool AdmitRequest(AccessServer* server, struct evhttp_request* req, std::string*
     int64_t nowMs = MonotonicMs();
     const char* target = evhttp_request_get_uri(req);
     const char* authorization = evhttp_find_header(evhttp_request_get_input_headers(req), "Authorization");
-    switch (CheckAuthorization(auth, MethodName(evhttp_request_get_command(req)), target != nullptr ? target : "",
-                               authorization, server->tls != nullptr, nowMs, user)) {
+    switch (CheckAuthorization(auth, MethodName(evhttp_request_get_command(req)),
+                               target != nullptr ? target : "", authorization, server->tls != nullptr, nowMs,
+                               user)) {
         case AuthVerdict::kGranted:
             return true;
         case AuthVerdict::kStale:

@@ -19,7 +19,8 @@ int Serve(const HostOptions& options, const ModuleTable& module) {
     if (rc == 0) {
         printf("vks_access_server: listening on %s://%s:%u (module %s, %d workers%s)\n",
                options.tlsCert.empty() ? "http" : "https", options.listenHost.c_str(), server.boundPort,
-               options.modulePath.c_str(), options.workers, options.authFile.empty() ? "" : ", login required");
+               options.modulePath.c_str(), options.workers,
+               options.authFile.empty() ? "" : ", login required");
         fflush(stdout);
         rc = RunAccessServer(&server);
     } else {

@@ -60,7 +60,7 @@ const IntOption kIntOptions[] = {
     {"--header-timeout", 1, INT_MAX, &HostOptions::headerTimeoutMs},
     {"--max-connections", 1, 1 << 20, &HostOptions::maxConnections},
     {"--drain-timeout", 0, INT_MAX, &HostOptions::drainTimeoutMs},
-    {"--auth-nonce-lifetime", 1, INT_MAX / 1000, &HostOptions::authNonceLifetimeS},
+    {"--auth-nonce-lifetime", 1, INT_MAX / 1000, &HostOptions::nonceLifetimeS},
 };
 
 bool Refuse(const std::string& name, const char* value, std::string* err) {

@@ -28,7 +28,7 @@ struct HostOptions {
     std::string webRoot;          // docs/openapi, web/ and node_modules/ of the docs page
     std::string authFile;         // htdigest users; empty: no login
     bool authBasic = false;       // Basic against authFile as well (TLS only)
-    int authNonceLifetimeS = 300;  // a Digest nonce is taken this long after it was handed out
+    int nonceLifetimeS = 300;     // a Digest nonce is taken this long after it was handed out
     std::string tlsCert;          // PEM certificate chain; with tlsKey: HTTPS
     std::string tlsKey;
 };

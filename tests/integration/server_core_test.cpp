@@ -142,7 +142,8 @@ TEST_F(ServerCore, AClaimedNameNeverNamesTheUser) {
     Start();
     for (const char* claim : {"Basic b3BlcmF0b3IxOnNlY3JldA==",  // "operator1:secret"
                               "Digest username=\"operator1\", realm=\"vks\", response=\"00\""}) {
-        HttpResponse r = HttpRequest(port_, "GET", kResource, "", std::string("Authorization: ") + claim + "\r\n");
+        HttpResponse r =
+            HttpRequest(port_, "GET", kResource, "", std::string("Authorization: ") + claim + "\r\n");
         EXPECT_EQ(r.status, 200) << claim;
         EXPECT_EQ(JsonView(r.body).Str({"user"}), "anonymous") << claim << r.body;
     }
