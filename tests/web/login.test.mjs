@@ -114,6 +114,24 @@ test("a nonce count is taken once; counts may come out of order", { timeout: 300
     }
 });
 
+test("a flood of challenges keeps a bounded table: the oldest nonce turns stale, the newest still serves", { timeout: 60000 }, async () => {
+    const server = await startServer(kit.dir, ["--auth-file", users]);  // nonces live 300 s here
+    try {
+        const base = server.match[1];
+        const oldest = await freshNonce(base);
+        let newest;
+        for (let sent = 0; sent < 4200; sent += 100) {
+            newest = (await Promise.all(Array.from({ length: 100 }, () => freshNonce(base)))).pop();
+        }
+        const stale = await get(base, digest({ nonce: oldest, nc: "00000001" }));
+        assert.equal(stale.status, 401);
+        assert.match(stale.challenge, /, stale=true$/);
+        assert.equal((await get(base, digest({ nonce: newest, nc: "00000001" }))).status, 200);
+    } finally {
+        assert.equal(await stop(server.child), 0, server.output());
+    }
+});
+
 test("malformed Digest parameters get 400, a foreign realm a challenge", { timeout: 30000 }, async () => {
     const base = kit.api.replace(/\/api\/$/, "");
     const nonce = await freshNonce(base);
