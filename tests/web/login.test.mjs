@@ -186,14 +186,6 @@ test("HTTPS with the self-signed pair: Digest and Basic with --cacert, nothing i
     }
 });
 
-test("--auth-basic without TLS is refused at start-up with one line", { timeout: 20000 }, () => {
-    const r = spawnSync(`${process.env.VKS_BIN_DIR}/vks_access_server`, ["--auth-file", users, "--auth-basic"],
-        { encoding: "utf8", timeout: 10000 });
-    assert.equal(r.status, 2);
-    assert.equal(r.stderr.split("\n")[0],
-        "vks_access_server: --auth-basic needs --tls-cert and --tls-key: Basic would send the password in clear text");
-});
-
 test("docs page behind the login: refused without credentials, try it out works after the login", { timeout: 90000 }, async () => {
     mkdirSync(shots, { recursive: true });
     const browser = await chromium.launch({
