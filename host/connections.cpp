@@ -246,6 +246,12 @@ struct bufferevent* OnAccepted(struct event_base* base, void* arg) {
         return bev;  // out of memory: served untracked, or refused by evhttp
     }
     event_active(conn->adopt, EV_READ, 0);
+    if (server->tls != nullptr) {
+        // A TLS handshake adds nothing to the clear-text input until it is done: the time the first
+        // request may take starts at the accept, so that a handshake trickled byte by byte is cut off.
+        struct timeval limit = Millis(server->options.headerTimeoutMs);
+        evtimer_add(conn->headerTimer, &limit);
+    }
     if (server->connections >= server->options.maxConnections && !server->atConnectionLimit) {
         HOST_LOG(3, "%d connections open: accepting pauses until one closes", server->connections);
         server->atConnectionLimit = true;

@@ -5,7 +5,9 @@
 import assert from "node:assert/strict";
 import { spawnSync } from "node:child_process";
 import { createHash } from "node:crypto";
+import { once } from "node:events";
 import { mkdirSync, readFileSync, rmSync, statSync, writeFileSync } from "node:fs";
+import { connect } from "node:net";
 import { after, before, test } from "node:test";
 import { setTimeout as sleep } from "node:timers/promises";
 import { chromium } from "playwright-core";
@@ -181,6 +183,24 @@ test("HTTPS with the self-signed pair: Digest and Basic with --cacert, nothing i
         }
         const basic = curl(...ca, `${base}/api/${RESOURCE}`).head;
         assert.match(basic, /^WWW-Authenticate: Digest [^\r]*\r\nWWW-Authenticate: Basic realm="vks", charset="UTF-8"\r$/m);
+    } finally {
+        assert.equal(await stop(server.child), 0, server.output());
+    }
+});
+
+test("a TLS handshake trickled a byte at a time is cut off by --header-timeout", { timeout: 30000 }, async () => {
+    const pair = `${scratch}/tls`;  // made by the HTTPS test
+    const server = await startServer(kit.dir, ["--tls-cert", `${pair}/cert.pem`, "--tls-key", `${pair}/key.pem`,
+        "--header-timeout", "1000", "--idle-timeout", "60000"]);
+    try {
+        const socket = connect(Number(server.match[1].split(":")[2]), "127.0.0.1");
+        const hello = Buffer.from([0x16, 0x03, 0x01, 0x02, 0x00, 0x01, 0x00, 0x01, 0xfc, 0x03, 0x03]);
+        let sent = 0;
+        const trickle = setInterval(() => { if (sent < hello.length) socket.write(hello.subarray(sent, ++sent)); }, 200);
+        const started = Date.now();
+        await Promise.race([once(socket, "close"), sleep(10000).then(() => { throw new Error("still open after 10 s"); })]);
+        clearInterval(trickle);
+        assert.ok(Date.now() - started < 5000);
     } finally {
         assert.equal(await stop(server.child), 0, server.output());
     }
