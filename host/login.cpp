@@ -7,6 +7,7 @@
 #include "host_log.h"
 #include "http_answer.h"
 #include "request_header.h"
+#include "tls.h"
 
 namespace vks_host {
 namespace {
@@ -28,6 +29,14 @@ void Refuse(DigestAuth* auth, struct evhttp_request* req, bool stale, int64_t no
 }  // namespace
 
 bool AdmitRequest(AccessServer* server, struct evhttp_request* req, std::string* user) {
+    bool tls = IsTlsBufferevent(evhttp_connection_get_bufferevent(evhttp_request_get_connection(req)));
+    if (server->tls != nullptr && !tls) {
+        // No TLS session could be made for the connection (memory ran out) and evhttp read it in
+        // clear text: an HTTPS server answers nothing else that way.
+        evhttp_add_header(evhttp_request_get_output_headers(req), "Connection", "close");
+        SendJsonError(req, 503, "Service Unavailable");
+        return false;
+    }
     DigestAuth* auth = server->login.get();
     if (auth == nullptr) {
         *user = kAnonymousUser;
@@ -37,8 +46,7 @@ bool AdmitRequest(AccessServer* server, struct evhttp_request* req, std::string*
     const char* target = evhttp_request_get_uri(req);
     const char* authorization = evhttp_find_header(evhttp_request_get_input_headers(req), "Authorization");
     switch (CheckAuthorization(auth, MethodName(evhttp_request_get_command(req)),
-                               target != nullptr ? target : "", authorization, server->tls != nullptr, nowMs,
-                               user)) {
+                               target != nullptr ? target : "", authorization, tls, nowMs, user)) {
         case AuthVerdict::kGranted:
             return true;
         case AuthVerdict::kStale:

@@ -16,7 +16,8 @@ struct AccessServer;
 constexpr const char* kAnonymousUser = "anonymous";
 
 // True with *user set when req may go on; false when it has been answered (401 with the challenges,
-// or 400 for malformed Digest parameters). Loop thread only.
+// 400 for malformed Digest parameters, 503 for a request an HTTPS server got in clear text). Loop
+// thread only.
 bool AdmitRequest(AccessServer* server, struct evhttp_request* req, std::string* user);
 
 }  // namespace vks_host

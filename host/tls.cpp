@@ -69,4 +69,8 @@ struct bufferevent* NewConnectionBufferevent(struct event_base* base, struct ssl
     return bev;
 }
 
+bool IsTlsBufferevent(struct bufferevent* bev) {
+    return bev != nullptr && bufferevent_openssl_get_ssl(bev) != nullptr;
+}
+
 }  // namespace vks_host

@@ -20,6 +20,9 @@ void FreeTlsContext(struct ssl_ctx_st* ctx);
 // side of a TLS session when ctx is set, a plain socket otherwise. Null when memory runs out.
 struct bufferevent* NewConnectionBufferevent(struct event_base* base, struct ssl_ctx_st* ctx);
 
+// Whether bev runs TLS (a connection of an HTTPS server whose session could not be made has a plain one).
+bool IsTlsBufferevent(struct bufferevent* bev);
+
 }  // namespace vks_host
 
 #endif
