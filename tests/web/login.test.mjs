@@ -19,6 +19,7 @@ const shots = process.env.VKS_SCREENSHOTS;
 const scratch = `${process.env.VKS_SCRATCH}/login-files`;
 const users = `${scratch}/users.htdigest`;
 const oplog = `${scratch}/oplog.txt`;
+const pair = `${scratch}/tls`;  // a self-signed certificate and key
 const md5 = (text) => createHash("md5").update(text).digest("hex");
 // What the operation log gained since mark() (the server keeps the file open: it is never removed).
 const logSize = () => { try { return statSync(oplog).size; } catch { return 0; } };
@@ -30,6 +31,9 @@ before(async () => {
     mkdirSync(scratch, { recursive: true });
     // As `htdigest` writes it: user:realm:MD5(user:realm:password).
     writeFileSync(users, ["alice", "bob"].map((u) => `${u}:vks:${md5(`${u}:vks:secret-${u}`)}\n`).join(""));
+    const made = spawnSync(new URL("../../scripts/tls-pair.sh", import.meta.url).pathname, [pair],
+        { encoding: "utf8", timeout: 20000 });
+    assert.equal(made.status, 0, made.stderr);
     kit = await startKit("login", ["--auth-file", users, `--auth-nonce-lifetime=${LIFETIME_S}`, "--oplog", oplog]);
 });
 after(async () => { await kit?.stop(); });
@@ -156,10 +160,6 @@ test("malformed Digest parameters get 400, a foreign realm a challenge", { timeo
 });
 
 test("HTTPS with the self-signed pair: Digest and Basic with --cacert, nothing in clear text", { timeout: 60000 }, async () => {
-    const pair = `${scratch}/tls`;
-    const made = spawnSync(new URL("../../scripts/tls-pair.sh", import.meta.url).pathname, [pair],
-        { encoding: "utf8", timeout: 20000 });
-    assert.equal(made.status, 0, made.stderr);
     const server = await startServer(kit.dir, ["--auth-file", users, "--auth-basic", "--tls-cert", `${pair}/cert.pem`,
         "--tls-key", `${pair}/key.pem`]);
     try {
@@ -189,7 +189,6 @@ test("HTTPS with the self-signed pair: Digest and Basic with --cacert, nothing i
 });
 
 test("a TLS handshake trickled a byte at a time is cut off by --header-timeout", { timeout: 30000 }, async () => {
-    const pair = `${scratch}/tls`;  // made by the HTTPS test
     const server = await startServer(kit.dir, ["--tls-cert", `${pair}/cert.pem`, "--tls-key", `${pair}/key.pem`,
         "--header-timeout", "1000", "--idle-timeout", "60000"]);
     try {
