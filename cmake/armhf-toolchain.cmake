@@ -20,6 +20,11 @@ set(ENV{PKG_CONFIG_SYSROOT_DIR} "${_vks_sysroot}")
 set(ENV{PKG_CONFIG_LIBDIR} "${_vks_sysroot}/usr/lib/arm-linux-gnueabihf/pkgconfig:${_vks_sysroot}/usr/share/pkgconfig")
 set(ENV{PKG_CONFIG_PATH} "")
 
+# Debian keeps a few architecture-specific headers (OpenSSL's configuration) in the multiarch folder,
+# which pkg-config does not name and the cross compiler does not search in the sysroot.
+set(CMAKE_C_FLAGS_INIT "-isystem ${_vks_sysroot}/usr/include/arm-linux-gnueabihf")
+set(CMAKE_CXX_FLAGS_INIT "-isystem ${_vks_sysroot}/usr/include/arm-linux-gnueabihf")
+
 # The sysroot's libraries are not installed where the linker looks for the libraries they need.
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,-rpath-link,${_vks_libdirs}")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "-Wl,-rpath-link,${_vks_libdirs}")

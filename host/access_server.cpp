@@ -21,12 +21,14 @@
 #include "docs_routes.h"
 #include "host_log.h"
 #include "http_answer.h"
+#include "login.h"
 #include "loop_events.h"
 #include "phases.h"
 #include "request_ctx.h"
 #include "request_guard.h"
 #include "request_header.h"
 #include "status_map.h"
+#include "tls.h"
 #include "unix_cmd_channel.h"
 #include "web_files.h"
 
@@ -316,7 +318,9 @@ void OnClientReadable(evutil_socket_t fd, short, void* arg) {
     char byte = 0;
     ssize_t n = recv(fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
     FreeEvent(&ctx->clientWatch);
-    if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK) {
+    // TLS has no half-close a server could answer after, and a probe in clear text would break the
+    // session: over TLS an end of file is a departure.
+    if ((n < 0 && errno != EAGAIN && errno != EWOULDBLOCK) || (n == 0 && ctx->server->tls != nullptr)) {
         DropClient(ctx);
     } else if (n == 0 && ctx->req->major == 1 && ctx->req->minor >= 1) {
         if (send(fd, kProbe, sizeof(kProbe) - 1, MSG_NOSIGNAL | MSG_DONTWAIT) < 0) {
@@ -397,7 +401,7 @@ std::string ResourceOf(struct evhttp_request* req) {
 }
 
 RequestCtx* NewRequest(AccessServer* server, struct evhttp_request* req, const HandlerSet* handlers,
-                       Connection* conn) {
+                       Connection* conn, const std::string& user) {
     auto* ctx = conn != nullptr ? new (std::nothrow) RequestCtx() : nullptr;
     if (ctx == nullptr) {
         return nullptr;
@@ -409,7 +413,7 @@ RequestCtx* NewRequest(AccessServer* server, struct evhttp_request* req, const H
     ctx->phases.requestBody.resize(evbuffer_get_length(in));
     evbuffer_copyout(in, &ctx->phases.requestBody[0], ctx->phases.requestBody.size());
     InitPhaseRequest(&ctx->phases, handlers, server->options.maxBody);
-    FillRequestHeader(req, &ctx->phases.header);
+    FillRequestHeader(req, user, &ctx->phases.header);
     ctx->phases.client.synSock = TakeCmdSocket(server);
     server->live.insert(ctx);
     CarryRequest(conn, ctx);
@@ -426,6 +430,10 @@ void OnHttpRequest(struct evhttp_request* req, void* arg) {
         evhttp_add_header(evhttp_request_get_output_headers(req), "Connection", "close");
         AnswerHandedOver(conn, req);
         SendJsonError(req, 503, "Service Unavailable");
+        return;
+    }
+    std::string user;
+    if (!AdmitRequest(server, req, &user)) {
         return;
     }
     if (ServeDocs(server->options.webRoot, req)) {
@@ -454,7 +462,7 @@ void OnHttpRequest(struct evhttp_request* req, void* arg) {
         SendJsonError(req, 414, "URI Too Long");
         return;
     }
-    RequestCtx* ctx = NewRequest(server, req, handlers, conn);
+    RequestCtx* ctx = NewRequest(server, req, handlers, conn, user);
     if (ctx == nullptr) {
         SendJsonError(req, 503, "Service Unavailable");
         return;
@@ -531,6 +539,25 @@ int SetUpHttp(AccessServer* server, std::string* err) {
     return 0;
 }
 
+// The login and HTTPS the options ask for.
+int SetUpLogin(AccessServer* server, std::string* err) {
+    const HostOptions& o = server->options;
+    if (!o.tlsCert.empty() && (server->tls = NewTlsContext(o.tlsCert, o.tlsKey, err)) == nullptr) {
+        return -1;
+    }
+    if (o.authFile.empty()) {
+        return 0;
+    }
+    server->login.reset(new (std::nothrow) DigestAuth());
+    if (server->login == nullptr) {
+        *err = "out of memory";
+        return -1;
+    }
+    server->login->allowBasic = o.authBasic;
+    server->login->nonceLifetimeMs = static_cast<int64_t>(o.nonceLifetimeS) * 1000;
+    return LoadAuthFile(o.authFile, server->login.get(), err);
+}
+
 int SetUpSignals(AccessServer* server) {
     const int numbers[2] = {SIGINT, SIGTERM};
     for (int i = 0; i < 2; ++i) {
@@ -577,6 +604,10 @@ int StartAccessServer(AccessServer* server, const HostOptions& options, const Mo
     server->connections = 0;
     server->draining = false;
     server->unsent = 0;
+    server->tls = nullptr;
+    if (SetUpLogin(server, err) != 0) {
+        return -1;
+    }
     // Only the loop thread touches the base (workers hand back through the done queue): libevent
     // runs without locks of its own.
     if ((server->base = event_base_new()) == nullptr ||
@@ -635,6 +666,9 @@ void StopAccessServer(AccessServer* server) {
         event_base_free(server->base);
         server->base = nullptr;
     }
+    FreeTlsContext(server->tls);  // after the connections, whose sessions hold it
+    server->tls = nullptr;
+    server->login.reset();
 }
 
 }  // namespace vks_host

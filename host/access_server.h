@@ -6,11 +6,13 @@
 #include <atomic>
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <set>
 #include <vector>
 #include <string>
 #include <unordered_map>
 
+#include "digest_auth.h"
 #include "done_queue.h"
 #include "host_check.h"
 #include "reply_watch.h"
@@ -23,6 +25,7 @@ struct evhttp;
 struct event;
 struct evhttp_bound_socket;
 struct bufferevent;
+struct ssl_ctx_st;
 
 namespace vks_host {
 
@@ -62,6 +65,10 @@ struct AccessServer {
     uint16_t boundPort;
     // The names requests may give in Host, with boundPort.
     vks_web::HostAllowList hosts;
+    // --auth-file; null: no login.
+    std::unique_ptr<DigestAuth> login;
+    // --tls-cert/--tls-key; null: plain HTTP.
+    struct ssl_ctx_st* tls;
     DoneQueue done;      // jobs the workers finished, back to the loop; outlives the pools
     ReplyWatch replies;  // service files of parked requests; outlives the pools
     WorkerPool pools[kRoadCount];

@@ -16,6 +16,7 @@
 #include "host_log.h"
 #include "http_answer.h"
 #include "loop_events.h"
+#include "tls.h"
 
 namespace vks_host {
 
@@ -173,16 +174,23 @@ Connection* Track(AccessServer* server, struct bufferevent* bev) {
     return conn;
 }
 
-// evhttp asks for the bufferevent of every accepted connection: the one it would make itself.
+// evhttp asks for the bufferevent of every accepted connection: the one it would make itself, or with
+// HTTPS one that runs TLS over the socket (the buffers seen here and by evhttp hold the clear text).
 struct bufferevent* OnAccepted(struct event_base* base, void* arg) {
     auto* server = static_cast<AccessServer*>(arg);
     server->acceptFailing = false;  // an accept went through: the episode is over
-    struct bufferevent* bev = bufferevent_socket_new(base, -1, BEV_OPT_CLOSE_ON_FREE);
+    struct bufferevent* bev = NewConnectionBufferevent(base, server->tls);
     Connection* conn = bev != nullptr ? Track(server, bev) : nullptr;
     if (conn == nullptr) {
         return bev;  // out of memory: served untracked, or refused by evhttp
     }
     event_active(conn->adopt, EV_READ, 0);
+    if (server->tls != nullptr) {
+        // A TLS handshake adds nothing to the clear-text input until it is done: the time the first
+        // request may take starts at the accept, so that a handshake trickled byte by byte is cut off.
+        struct timeval limit = Millis(server->options.headerTimeoutMs);
+        evtimer_add(conn->headerTimer, &limit);
+    }
     if (server->connections >= server->options.maxConnections && !server->atConnectionLimit) {
         HOST_LOG(3, "%d connections open: accepting pauses until one closes", server->connections);
         server->atConnectionLimit = true;

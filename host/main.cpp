@@ -17,8 +17,10 @@ int Serve(const HostOptions& options, const ModuleTable& module) {
     std::string err;
     int rc = StartAccessServer(&server, options, &module, &err);
     if (rc == 0) {
-        printf("vks_access_server: listening on http://%s:%u (module %s, %d workers)\n",
-               options.listenHost.c_str(), server.boundPort, options.modulePath.c_str(), options.workers);
+        printf("vks_access_server: listening on %s://%s:%u (module %s, %d workers%s)\n",
+               options.tlsCert.empty() ? "http" : "https", options.listenHost.c_str(), server.boundPort,
+               options.modulePath.c_str(), options.workers,
+               options.authFile.empty() ? "" : ", login required");
         fflush(stdout);
         rc = RunAccessServer(&server);
     } else {

@@ -60,6 +60,7 @@ const IntOption kIntOptions[] = {
     {"--header-timeout", 1, INT_MAX, &HostOptions::headerTimeoutMs},
     {"--max-connections", 1, 1 << 20, &HostOptions::maxConnections},
     {"--drain-timeout", 0, INT_MAX, &HostOptions::drainTimeoutMs},
+    {"--auth-nonce-lifetime", 1, INT_MAX / 1000, &HostOptions::nonceLifetimeS},
 };
 
 bool Refuse(const std::string& name, const char* value, std::string* err) {
@@ -99,6 +100,12 @@ bool ApplyOption(const std::string& name, const char* value, HostOptions* out, s
     } else if (name == "--allow-host") {
         ok = *value != '\0';
         out->allowHosts.push_back(value);
+    } else if (name == "--auth-file") {
+        out->authFile = value;
+    } else if (name == "--tls-cert") {
+        out->tlsCert = value;
+    } else if (name == "--tls-key") {
+        out->tlsKey = value;
     } else if (name == "--max-body") {
         ok = ParseNumber(value, 1, UINT_MAX, &n);
         out->maxBody = static_cast<size_t>(n);
@@ -107,6 +114,22 @@ bool ApplyOption(const std::string& name, const char* value, HostOptions* out, s
         return false;
     }
     return ok || Refuse(name, value, err);
+}
+
+// Options that only make sense together.
+bool CheckCombinations(const HostOptions& o, std::string* err) {
+    if (o.maxWorkers < o.workers) {
+        *err = "--max-workers is below --workers";
+    } else if (o.tlsCert.empty() != o.tlsKey.empty()) {
+        *err = "--tls-cert and --tls-key go together";
+    } else if (o.authBasic && o.authFile.empty()) {
+        *err = "--auth-basic needs --auth-file";
+    } else if (o.authBasic && o.tlsCert.empty()) {
+        *err = "--auth-basic needs --tls-cert and --tls-key: Basic would send the password in clear text";
+    } else {
+        return true;
+    }
+    return false;
 }
 
 }  // namespace
@@ -131,6 +154,10 @@ ParseOutcome ParseHostOptions(int argc, char** argv, HostOptions* out, std::stri
         if (name == "--help" || name == "-h") {
             return kOptionsHelp;
         }
+        if (name == "--auth-basic") {  // the one option without a value
+            out->authBasic = true;
+            continue;
+        }
         size_t equals = name.find('=');
         if (equals != std::string::npos) {  // "--name=value"
             if (!ApplyOption(name.substr(0, equals), argv[i] + equals + 1, out, err)) {
@@ -143,11 +170,7 @@ ParseOutcome ParseHostOptions(int argc, char** argv, HostOptions* out, std::stri
         }
         ++i;
     }
-    if (out->maxWorkers < out->workers) {
-        *err = "--max-workers is below --workers";
-        return kOptionsBad;
-    }
-    return kOptionsOk;
+    return CheckCombinations(*out, err) ? kOptionsOk : kOptionsBad;
 }
 
 std::string HostUsage(const char* argv0) {
@@ -175,6 +198,11 @@ std::string HostUsage(const char* argv0) {
            "tree)\n"
            "  --allow-host NAME     a name requests may give in Host besides 127.0.0.1, localhost and [::1]\n"
            "                        (repeatable); any other Host gets 421\n"
+           "  --auth-file FILE      users (htdigest format); every request then needs a Digest login\n"
+           "  --auth-nonce-lifetime S  how long a Digest nonce is taken (default 300)\n"
+           "  --auth-basic          also take Basic credentials (needs --tls-cert)\n"
+           "  --tls-cert FILE       serve HTTPS with this PEM certificate (chain)...\n"
+           "  --tls-key FILE        ...and this PEM private key\n"
            "  --help                this text\n";
 }
 

@@ -28,6 +28,11 @@ struct HostOptions {
     int drainTimeoutMs = 10000;   // on SIGINT/SIGTERM, how long requests in flight may take to finish
     std::string webRoot;          // docs/openapi, web/ and node_modules/ of the docs page
     std::vector<std::string> allowHosts;  // names beside the loopback ones a request may name in Host
+    std::string authFile;         // htdigest users; empty: no login
+    bool authBasic = false;       // Basic against authFile as well (TLS only)
+    int nonceLifetimeS = 300;     // a Digest nonce is taken this long after it was handed out
+    std::string tlsCert;          // PEM certificate chain; with tlsKey: HTTPS
+    std::string tlsKey;
 };
 
 enum ParseOutcome { kOptionsOk = 0, kOptionsHelp = 1, kOptionsBad = -1 };

@@ -15,6 +15,7 @@ packages=(
   libfuse3-dev libfuse3-3
   libsqlite3-dev libsqlite3-0
   libevent-dev libevent-2.1-7 libevent-core-2.1-7 libevent-extra-2.1-7 libevent-pthreads-2.1-7
+  libevent-openssl-2.1-7 libssl-dev libssl3
   libgtest-dev libgmock-dev
 )
 stamp="$root/.packages"

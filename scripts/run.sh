@@ -5,6 +5,9 @@
 # emulator unmounts.
 # The emulator's control port (faults, state, journal, console page) listens on VKS_CONTROL_PORT.
 # Usage: scripts/run.sh   (environment: VKS_PORT=8080, VKS_CONTROL_PORT=8081, VKS_DEMO_DIR=build/default/demo)
+# VKS_TLS=1 serves HTTPS with the self-signed pair of build/demo-tls (made by scripts/setup.sh), and
+# VKS_AUTH_FILE=<htdigest file> asks for a Digest login; the curl lines then carry --cacert and
+# --digest -u <the file's first user> (curl asks for the password).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
@@ -12,6 +15,24 @@ root=$(pwd)
 port=${VKS_PORT:-8080}
 control_port=${VKS_CONTROL_PORT:-8081}
 demo=${VKS_DEMO_DIR:-$root/build/default/demo}
+scheme=http
+login_args=()
+curl_options=""
+if [ "${VKS_TLS:-0}" = 1 ]; then
+  tls=$root/build/demo-tls
+  scripts/tls-pair.sh "$tls"
+  scheme=https
+  login_args+=(--tls-cert "$tls/cert.pem" --tls-key "$tls/key.pem")
+  curl_options+="--cacert $tls/cert.pem "
+fi
+if [ -n "${VKS_AUTH_FILE:-}" ]; then
+  login_args+=(--auth-file "$(realpath "$VKS_AUTH_FILE")")
+  curl_options+="--digest -u $(head -n1 "$VKS_AUTH_FILE" | cut -d: -f1) "
+fi
+# The curl lines as printed, with what HTTPS and the login need.
+with_curl_options() {
+  sed "s|^  curl |  curl $curl_options|"
+}
 bin=$root/build/default/bin
 
 scripts/setup.sh
@@ -53,12 +74,12 @@ emulator_pid=$!
 wait_for "$demo/emulator.log" "vks_emulator: ready" "$emulator_pid"
 
 $SUDO "$bin/vks_access_server" --listen "127.0.0.1:$port" --cmd-socket "$demo/cmd.sock" \
-  --oplog "$demo/oplog.txt" >"$demo/server.log" 2>&1 &
+  --oplog "$demo/oplog.txt" "${login_args[@]}" >"$demo/server.log" 2>&1 &
 server_pid=$!
 wait_for "$demo/server.log" "vks_access_server: listening" "$server_pid"
 
-api="http://127.0.0.1:$port/api"
-cat <<CURLS
+api="$scheme://127.0.0.1:$port/api"
+cat <<CURLS | with_curl_options
 
 The camera emulator and the access server are running. Try:
 
@@ -77,7 +98,7 @@ The camera emulator and the access server are running. Try:
 
 (A DELETE without both StartTime and EndTime deletes every record.)
 
-API docs (try requests from the page):  http://127.0.0.1:$port/docs   (OpenAPI: $api/openapi.json)
+API docs (try requests from the page):  $scheme://127.0.0.1:$port/docs   (OpenAPI: $api/openapi.json)
 Emulator console (state, faults, journal): http://127.0.0.1:$control_port/   (control API: http://127.0.0.1:$control_port/openapi.json)
 
 Operation log: $demo/oplog.txt   Debug lines: $demo/server.log, $demo/emulator.log

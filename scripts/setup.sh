@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs every Debian package the project needs, then the pinned npm packages of package-lock.json
 # (the docs page's OpenAPI viewer, the OpenAPI linter, the schema validator, the browser driver of
-# the tests, and the contract-test generator and runner; the browser itself is Debian's chromium). Idempotent: what is present is skipped.
+# the tests, and the contract-test generator and runner; the browser itself is Debian's chromium),
+# and the demo's self-signed HTTPS pair. Idempotent: what is present is skipped.
 # Usage: scripts/setup.sh [armhf-vm]
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
@@ -11,7 +12,7 @@ packages=(
   libjson-c-dev libsafec-dev
   fuse3 libfuse3-dev
   libsqlite3-dev sqlite3
-  libevent-dev
+  libevent-dev libssl-dev openssl
   libgtest-dev libgmock-dev libbenchmark-dev
   curl procps
   nodejs chromium
@@ -52,6 +53,10 @@ if [ "$(cat "$stamp" 2>/dev/null)" != "$want" ]; then
 else
   echo "setup: npm packages present"
 fi
+
+# The demo's self-signed HTTPS pair (scripts/run.sh with VKS_TLS=1), in a private folder of the build
+# tree; kept while it is valid.
+scripts/tls-pair.sh build/demo-tls
 
 # The armhf libraries of the cross build, unpacked into the build tree (never installed).
 "$here/armhf-sysroot.sh"

@@ -29,13 +29,19 @@ function startDaemon(argv, pattern, timeoutMs) {
     });
 }
 
-function stop(child, timeoutMs = 15000) {
+export function stop(child, timeoutMs = 15000) {
     if (child.exitCode !== null) return Promise.resolve(child.exitCode);
     return new Promise((resolve) => {
         const timer = setTimeout(() => child.kill("SIGKILL"), timeoutMs);
         child.on("exit", (code) => { clearTimeout(timer); resolve(code); });
         child.kill("SIGTERM");
     });
+}
+
+// An access server for the emulator of the kit in dir; its base URL is match[1].
+export function startServer(dir, serverArgs = []) {
+    return startDaemon([`${bin}/vks_access_server`, "--listen", "127.0.0.1:0", "--cmd-socket", `${dir}/cmd.sock`,
+        ...serverArgs], /listening on (https?:\/\/127\.0\.0\.1:\d+)/, 20000);
 }
 
 // Both daemons with fresh state; serverArgs go to the access server, emulatorArgs to the emulator.
@@ -46,9 +52,7 @@ export async function startKit(name, serverArgs = [], emulatorArgs = []) {
     const emulator = await startDaemon([`${bin}/vks_emulator`, "--mount", "/mnt/srvfs", "--db", `${dir}/vks.db`,
         "--cmd-socket", `${dir}/cmd.sock`, "--result-dir", `${dir}/results`, "--control-port", "0", ...emulatorArgs],
         /control on (http:\/\/127\.0\.0\.1:\d+)\/\n(.|\n)*vks_emulator: ready/, 20000);
-    const server = await startDaemon([`${bin}/vks_access_server`, "--listen", "127.0.0.1:0",
-        "--cmd-socket", `${dir}/cmd.sock`, ...serverArgs], /listening on (http:\/\/127\.0\.0\.1:\d+)/, 20000)
-        .catch(async (e) => { await stop(emulator.child); throw e; });
+    const server = await startServer(dir, serverArgs).catch(async (e) => { await stop(emulator.child); throw e; });
     const kit = {
         dir,
         api: server.match[1] + "/api/",
