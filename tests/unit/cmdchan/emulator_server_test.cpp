@@ -102,7 +102,7 @@ TEST_F(EmulatorTest, OptionsAreCheckedAndForeignOnesLeftAlone) {
     EXPECT_FALSE(cmdchan::ParseOption("cmd-fault-result", "5x", &o));
     EXPECT_FALSE(cmdchan::ParseOption("cmd-fault-shrink", "maybe", &o));
     EXPECT_FALSE(cmdchan::ParseOption("srvfs-mount", "/mnt/srvfs", &o));
-    EXPECT_NE(nullptr, strstr(cmdchan::OptionsHelp(), "--cmd-fault-no-reply"));
+    EXPECT_NE(nullptr, strstr(cmdchan::OptionsHelp().c_str(), "--cmd-fault-no-reply"));
     o.resultDir = "/tmp/" + std::string(120, 'd');
     std::string error;
     EXPECT_EQ(nullptr, cmdchan::StartServer(o, &error));
