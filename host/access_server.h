@@ -58,7 +58,7 @@ struct AccessServer {
     std::unordered_map<struct bufferevent*, Connection*> connectionsByBev;  // loop thread only
     bool draining;
     bool forced;  // the drain time ran out or a second signal came
-    int unsent;  // answers handed to evhttp and not yet written whole
+    int unsent;   // answers handed to evhttp and not yet written whole
     uint16_t boundPort;
     DoneQueue done;      // jobs the workers finished, back to the loop; outlives the pools
     ReplyWatch replies;  // service files of parked requests; outlives the pools

@@ -163,8 +163,9 @@ int EnsurePrivateFolder(const std::string& given, std::string* why) {
 int OpenPrivateFolder(const std::string& path, std::string* why) {
     int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (fd < 0) {
-        return Refuse(path, errno == ELOOP || errno == ENOTDIR ? "not a folder (a link or a file)" : strerror(errno),
-                      why);
+        return Refuse(
+            path, errno == ELOOP || errno == ENOTDIR ? "not a folder (a link or a file)" : strerror(errno),
+            why);
     }
     if (CheckOpen(fd, path, why) != 0) {
         close(fd);

@@ -228,7 +228,8 @@ TEST_F(KitUnderLoad, ASecondSignalStopsTheEmulatorHoldingACommand) {
     printf("emulator exited %lld ms after the second signal\n", MsSince(start));
     EXPECT_NE(held.get().status, 200);
     struct statfs fs;
-    EXPECT_TRUE(statfs("/mnt/srvfs", &fs) != 0 || fs.f_type != 0x65735546) << "the mount outlived the emulator";
+    EXPECT_TRUE(statfs("/mnt/srvfs", &fs) != 0 || fs.f_type != 0x65735546)
+        << "the mount outlived the emulator";
 }
 
 // CPU time of a process in clock ticks.

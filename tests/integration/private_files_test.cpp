@@ -114,8 +114,15 @@ protected:
         EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 1) << out;
     }
     std::vector<std::string> Emulator(const std::string& socket, const std::string& results) const {
-        return {BinaryPath("vks_emulator"), "--mount", "/mnt/srvfs", "--db", files_.db, "--cmd-socket",
-                socket, "--result-dir", results};
+        return {BinaryPath("vks_emulator"),
+                "--mount",
+                "/mnt/srvfs",
+                "--db",
+                files_.db,
+                "--cmd-socket",
+                socket,
+                "--result-dir",
+                results};
     }
 
     ScratchDir dir_;
@@ -128,18 +135,20 @@ protected:
 TEST_F(PrivateFiles, AResultFolderAnotherUserControlsIsRefused) {
     ASSERT_EQ(mkdir(dir_.File("root-only").c_str(), 0700), 0);
     struct Case {
-        const char* folder;  // in the open sticky folder
+        const char* folder;                                    // in the open sticky folder
         std::function<bool(const std::string& folder)> other;  // what the other user does
         std::function<bool(const std::string& folder)> root;   // what root does, after the other user
         std::string reason;
         bool rootFirst;
     } cases[] = {
         {"results1",  // made first by the other user, links planted
-         [&](const std::string& f) { return mkdir(f.c_str(), 0777) == 0 && chmod(f.c_str(), 0777) == 0 && PlantLinks(f); },
+         [&](const std::string& f) {
+             return mkdir(f.c_str(), 0777) == 0 && chmod(f.c_str(), 0777) == 0 && PlantLinks(f);
+         },
          nullptr, "owned by uid 65534, not by this user (uid 0)", false},
         {"results2",  // a link to a folder of root's
-         [&](const std::string& f) { return symlink(dir_.File("root-only").c_str(), f.c_str()) == 0; }, nullptr,
-         "not a folder (a link or a file)", false},
+         [&](const std::string& f) { return symlink(dir_.File("root-only").c_str(), f.c_str()) == 0; },
+         nullptr, "not a folder (a link or a file)", false},
         {"results3",  // root's, but open to all, links planted
          [&](const std::string& f) { return PlantLinks(f); },
          [](const std::string& f) { return mkdir(f.c_str(), 0777) == 0 && chmod(f.c_str(), 0777) == 0; },
@@ -154,7 +163,8 @@ TEST_F(PrivateFiles, AResultFolderAnotherUserControlsIsRefused) {
         ASSERT_TRUE(!c.rootFirst || c.root(folder)) << c.folder;
         ASSERT_TRUE(AsOtherUser([&] { return c.other(folder); })) << c.folder;
         ASSERT_TRUE(c.rootFirst || c.root == nullptr || c.root(folder)) << c.folder;
-        ExpectRefused(Emulator(files_.cmdSocket, folder), {"vks_emulator: result folder " + folder + ": ", c.reason});
+        ExpectRefused(Emulator(files_.cmdSocket, folder),
+                      {"vks_emulator: result folder " + folder + ": ", c.reason});
     }
     EXPECT_EQ(Read(victim_), "root's own file\n");
     struct statfs fs;
@@ -164,21 +174,26 @@ TEST_F(PrivateFiles, AResultFolderAnotherUserControlsIsRefused) {
 TEST_F(PrivateFiles, ASquattedSocketFolderIsRefusedByBothDaemons) {
     std::string folder = pub_ + "/sock";
     std::string socket = folder + "/cmd.sock";
-    ASSERT_TRUE(AsOtherUser([&] { return mkdir(folder.c_str(), 0777) == 0 && chmod(folder.c_str(), 0777) == 0 && Listen(socket); },
-                            true, &squatter_));
+    ASSERT_TRUE(AsOtherUser(
+        [&] {
+            return mkdir(folder.c_str(), 0777) == 0 && chmod(folder.c_str(), 0777) == 0 && Listen(socket);
+        },
+        true, &squatter_));
     std::string why = "socket folder " + folder + ": owned by uid 65534, not by this user (uid 0)";
     ExpectRefused(Emulator(socket, files_.resultDir), {"vks_emulator: " + why});
     ExpectRefused({BinaryPath("vks_access_server"), "--listen", "127.0.0.1:0", "--cmd-socket", socket},
                   {"vks_access_server: " + why});
     struct stat st;
-    EXPECT_EQ(stat(files_.resultDir.c_str(), &st), -1) << "the emulator made its result folder before refusing";
+    EXPECT_EQ(stat(files_.resultDir.c_str(), &st), -1)
+        << "the emulator made its result folder before refusing";
 }
 
 TEST_F(PrivateFiles, TheFoldersTheEmulatorMakesAreItsOwnAlone) {
     ChildProcess emulator;
     std::string err;
     std::string socketFolder = dir_.File("run/vks");
-    ASSERT_TRUE(StartEmulator(&emulator, {files_.db, socketFolder + "/cmd.sock", files_.resultDir, files_.output}, {}, &err))
+    ASSERT_TRUE(StartEmulator(
+        &emulator, {files_.db, socketFolder + "/cmd.sock", files_.resultDir, files_.output}, {}, &err))
         << err;
     for (const std::string& folder : {socketFolder, files_.resultDir}) {
         struct stat st;
