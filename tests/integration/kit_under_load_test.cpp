@@ -191,14 +191,14 @@ TEST_F(KitUnderLoad, AStopEndsWhileAWorkerIsHeldInTheModule) {
             held.push_back(Async("GET", "/api/MultiTaskAppTaskModesCapacity"));
             std::this_thread::sleep_for(std::chrono::milliseconds(150));  // the first takes the worker
         }
-        auto start = Clock::now();
         if (c.secondSignal) {
             kill(server_.Pid(), SIGTERM);
             std::this_thread::sleep_for(std::chrono::milliseconds(300));
         }
+        auto start = Clock::now();
         EXPECT_EQ(server_.Stop(SIGTERM, 20000), 0) << c.name << ": " << server_.Output();
-        printf("%s: exited %lld ms after the first signal, a worker held in the module\n", c.name,
-               MsSince(start));
+        printf("%s: exited %lld ms after the last signal (drain %s ms), a worker held in the module\n",
+               c.name, MsSince(start), c.drainMs);
         EXPECT_EQ(held[0].get().status, -1) << c.name << ": the held request cannot have been answered";
         for (int i = 1; i < 3; ++i) {
             EXPECT_EQ(held[i].get().status, 503) << c.name << ": request " << i << " never started";
