@@ -153,10 +153,13 @@ TEST_F(PrivateFiles, AResultFolderAnotherUserControlsIsRefused) {
          [&](const std::string& f) { return PlantLinks(f); },
          [](const std::string& f) { return mkdir(f.c_str(), 0777) == 0 && chmod(f.c_str(), 0777) == 0; },
          "writable by group or others (mode 0777)", true},
-        {"evil/results",  // root's, inside a folder of the other user's
-         [](const std::string& f) { return mkdir(f.substr(0, f.rfind('/')).c_str(), 0755) == 0; },
+        {"evil/results",  // root's, inside a folder where anyone may rename it
+         [](const std::string& f) {
+             std::string above = f.substr(0, f.rfind('/'));
+             return mkdir(above.c_str(), 0777) == 0 && chmod(above.c_str(), 0777) == 0;
+         },
          [](const std::string& f) { return mkdir(f.c_str(), 0700) == 0; },
-         "is owned by uid 65534, not by this user (uid 0)", false},
+         "the folder above it, " + pub_ + "/evil, is writable by group or others (mode 0777)", false},
     };
     for (const Case& c : cases) {
         std::string folder = pub_ + "/" + c.folder;
