@@ -45,8 +45,8 @@ elif [ "$(id -u)" -ne 0 ] && ! why=$(rootless_check 2>&1); then
 fi
 bin=$VKS_BIN_DIR
 demo=${VKS_DEMO_DIR:-$(dirname "$bin")/demo}
-# The daemons refuse folders that another user could change.
-(umask 077 && mkdir -p "$demo")
+# The daemons refuse folders that another user could change (a demo folder of an older run may be open).
+(umask 077 && mkdir -p "$demo/results") && chmod 0700 "$demo" "$demo/results"
 # Root mounts on the host's /mnt/srvfs; another user goes on in a namespace of its own.
 [ "$(id -u)" -eq 0 ] || VKS_DEMO_DIR=$demo rootless_exec "$root/scripts/run.sh"
 mkdir -p /mnt/srvfs

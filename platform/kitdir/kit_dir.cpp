@@ -30,18 +30,26 @@ std::string Octal(mode_t mode) {
     return text;
 }
 
-// Why someone else could change what lies in this folder; empty when nobody but its owner can. The
-// owner of a folder above ours is trusted: whoever chose to work there trusts them already (root in
-// a user's clone, CI under a runner's folder). Anyone else must not be able to rename entries there.
-std::string Exposure(const struct stat& st, bool ancestor) {
+// Why someone else could change what lies in this folder; empty when nobody but its owner can.
+std::string Exposure(const struct stat& st) {
     uid_t me = geteuid();
-    if (!ancestor && st.st_uid != me) {
+    if (st.st_uid != me) {
         return "owned by uid " + std::to_string(st.st_uid) + ", not by this user (uid " + std::to_string(me) +
                ")";
     }
-    bool othersWrite = (st.st_mode & (S_IWGRP | S_IWOTH)) != 0;
-    if (othersWrite && !(ancestor && (st.st_mode & S_ISVTX) != 0)) {
+    if ((st.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
         return "writable by group or others (mode " + Octal(st.st_mode) + ")";
+    }
+    return "";
+}
+
+// The same for a folder above ours, more lenient: its owner and group are trusted, as whoever chose
+// to work there trusts them already (root in a user's clone, CI under a runner's folder, a user's
+// private group of umask 002). Everybody else must not be able to rename entries there, unless the
+// folder is sticky (/tmp), where nobody may rename what another user made.
+std::string AncestorExposure(const struct stat& st) {
+    if ((st.st_mode & S_IWOTH) != 0 && (st.st_mode & S_ISVTX) == 0) {
+        return "writable by others (mode " + Octal(st.st_mode) + ")";
     }
     return "";
 }
@@ -51,8 +59,7 @@ int Refuse(const std::string& path, const std::string& reason, std::string* why)
     return -1;
 }
 
-// Every folder above path: someone who may rename entries there could swap the folder itself. A
-// sticky folder (/tmp) lets nobody rename what another user made there.
+// Every folder above path: someone who may rename entries there could swap the folder itself.
 int CheckAncestors(const std::string& path, std::string* why) {
     for (size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1)) {
         std::string above = path.substr(0, slash);
@@ -60,7 +67,7 @@ int CheckAncestors(const std::string& path, std::string* why) {
         if (stat(above.c_str(), &st) != 0) {
             return Refuse(path, "cannot look at " + above + ": " + strerror(errno), why);
         }
-        std::string exposure = Exposure(st, true);
+        std::string exposure = AncestorExposure(st);
         if (!exposure.empty()) {
             return Refuse(path, "the folder above it, " + above + ", is " + exposure, why);
         }
@@ -73,7 +80,7 @@ int CheckOpen(int fd, const std::string& path, std::string* why) {
     if (fstat(fd, &st) != 0) {
         return Refuse(path, strerror(errno), why);
     }
-    std::string exposure = Exposure(st, false);
+    std::string exposure = Exposure(st);
     return exposure.empty() ? 0 : Refuse(path, exposure, why);
 }
 

@@ -21,8 +21,7 @@ std::string DescribeDefault(const std::string& path);
 std::string FolderOf(const std::string& path);
 
 // Creates path (mode 0700, with missing parents) and checks it: a folder, not a link, owned by this
-// user, not writable by group or others, and no folder above it writable by group or others unless
-// sticky. 0, or -1 with one line in *why that names the folder and the reason.
+// user, not writable by group or others, and no folder above it writable by others unless sticky. 0, or -1 with one line in *why that names the folder and the reason.
 int EnsurePrivateFolder(const std::string& path, std::string* why);
 // Opens a folder that EnsurePrivateFolder accepted, without following a link, and checks the open
 // folder itself again (so a folder swapped since the check is refused). The descriptor (O_DIRECTORY,

@@ -159,7 +159,7 @@ TEST_F(PrivateFiles, AResultFolderAnotherUserControlsIsRefused) {
              return mkdir(above.c_str(), 0777) == 0 && chmod(above.c_str(), 0777) == 0;
          },
          [](const std::string& f) { return mkdir(f.c_str(), 0700) == 0; },
-         "the folder above it, " + pub_ + "/evil, is writable by group or others (mode 0777)", false},
+         "the folder above it, " + pub_ + "/evil, is writable by others (mode 0777)", false},
     };
     for (const Case& c : cases) {
         std::string folder = pub_ + "/" + c.folder;
