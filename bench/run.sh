@@ -1,13 +1,18 @@
 #!/usr/bin/env bash
 # Runs every benchmark REPS times (default 3) and prints one table: each figure's min, median and
-# max over the runs, with its goal. Each benchmark starts the daemons it needs in a private mount
-# namespace (root), checks every answer's bytes and fails loudly when one is wrong.
+# max over the runs, with its goal. Each benchmark starts the daemons it needs in a mount namespace
+# of its own (a user namespace too when not run by root), checks every answer's bytes and fails
+# loudly when one is wrong.
 # Usage: bench/run.sh [REPS]     (build dir: $VKS_BUILD_DIR, default build/default)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 reps=${1:-3}
 build=${VKS_BUILD_DIR:-build/default}
-cmake --build "$build" --target exchange_bench http_bench codec_bench async_bench >/dev/null
+if [ -w "$build" ]; then
+  cmake --build "$build" --target exchange_bench http_bench codec_bench async_bench >/dev/null
+else
+  echo "bench: $build is not writable by $(id -un): the benchmarks built there run as they are" >&2
+fi
 # As many parked requests as the descriptor limit allows, up to 10,000: two descriptors each in the
 # access server (see docs/running.md).
 # Root may raise the hard limit where it is lower than 10,000 requests need.

@@ -21,12 +21,19 @@ bool WaitReady(ChildProcess* child, const std::string& needle, std::string* line
 
 }  // namespace
 
+// A copy of the build's binaries may stand in for the build (a user who cannot reach the build
+// tree runs the tests from a private copy): VKS_BIN_DIR and VKS_LIB_DIR name it.
+std::string BuildDir(const char* variable, const char* built) {
+    const char* copy = getenv(variable);
+    return copy != nullptr && copy[0] != '\0' ? copy : built;
+}
+
 std::string BinaryPath(const std::string& name) {
-    return std::string(VKS_BIN_DIR) + "/" + name;
+    return BuildDir("VKS_BIN_DIR", VKS_BIN_DIR) + "/" + name;
 }
 
 std::string LibraryPath(const std::string& name) {
-    return std::string(VKS_LIB_DIR) + "/" + name;
+    return BuildDir("VKS_LIB_DIR", VKS_LIB_DIR) + "/" + name;
 }
 
 bool StartAccessServer(ChildProcess* server, const std::string& modulePath,

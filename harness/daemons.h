@@ -11,7 +11,8 @@
 
 namespace vks_test {
 
-// Where the build put the executables and the libraries (set by the build).
+// Where the build put the executables and the libraries (set by the build; $VKS_BIN_DIR and
+// $VKS_LIB_DIR name a copy instead).
 std::string BinaryPath(const std::string& name);
 std::string LibraryPath(const std::string& name);
 

@@ -379,14 +379,30 @@ void OnJobDone(void* item, void*) {
     DestroyRequest(ctx);
 }
 
+// 503, and the connection closes after it: the server is stopping.
+void AnswerStopping(Connection* conn, struct evhttp_request* req) {
+    evhttp_add_header(evhttp_request_get_output_headers(req), "Connection", "close");
+    AnswerHandedOver(conn, req);
+    SendJsonError(req, 503, "Service Unavailable");
+}
+
+// A request none of whose phases ran: refusing it loses nothing, the client may send it again.
+void RefuseUnstarted(RequestCtx* ctx) {
+    if (ctx->req != nullptr) {
+        CarryRequest(ctx->conn, nullptr);
+        AnswerStopping(ctx->conn, ctx->req);
+    }
+    DestroyRequest(ctx);
+}
+
+bool NotStarted(void* arg) {
+    return static_cast<RequestCtx*>(arg)->stage == Stage::kFront;
+}
+
 void SubmitJob(RequestCtx* ctx, Stage stage) {
     ctx->stage = stage;
     if (!ctx->server->pools[ctx->phases.handlers->road].Submit(&PhaseJob, ctx)) {
-        if (ctx->req != nullptr) {
-            CarryRequest(ctx->conn, nullptr);
-            SendJsonError(ctx->req, 503, "Service Unavailable");
-        }
-        DestroyRequest(ctx);
+        RefuseUnstarted(ctx);
     }
 }
 
@@ -427,9 +443,7 @@ void OnHttpRequest(struct evhttp_request* req, void* arg) {
         return;
     }
     if (server->draining) {
-        evhttp_add_header(evhttp_request_get_output_headers(req), "Connection", "close");
-        AnswerHandedOver(conn, req);
-        SendJsonError(req, 503, "Service Unavailable");
+        AnswerStopping(conn, req);
         return;
     }
     std::string user;
@@ -474,18 +488,56 @@ void OnHttpRequest(struct evhttp_request* req, void* arg) {
     }
 }
 
+// Time the 503s of a forced stop get to leave before the loop ends anyway.
+constexpr int kForcedFlushMs = 300;
+
+// The drain time is over (or a second signal came): the requests that have not started get 503,
+// those inside the module are given up, and the loop ends once the 503s are written. A worker
+// blocked in the module must not hold the stop up: StopAccessServer then leaves it where it is.
+void ForceStop(AccessServer* server) {
+    server->forced = true;
+    std::vector<RequestCtx*> refused;
+    for (WriteLane& lane : server->lanes) {
+        refused.insert(refused.end(), lane.waiting.begin(), lane.waiting.end());
+    }
+    std::vector<void*> queued;
+    for (WorkerPool& pool : server->pools) {
+        pool.TakeQueued(&NotStarted, &queued);
+    }
+    for (void* arg : queued) {
+        refused.push_back(static_cast<RequestCtx*>(arg));
+    }
+    HOST_LOG(3, "forced stop: %zu requests refused, %zu given up", refused.size(),
+             server->live.size() - refused.size());
+    for (RequestCtx* ctx : refused) {
+        RefuseUnstarted(ctx);
+    }
+    struct timeval flush = Millis(kForcedFlushMs);
+    if (server->drainTimer == nullptr || evtimer_add(server->drainTimer, &flush) != 0) {
+        event_base_loopexit(server->base, nullptr);
+        return;
+    }
+    CheckDrained(server);
+}
+
 void OnDrainTimeout(evutil_socket_t, short, void* arg) {
     auto* server = static_cast<AccessServer*>(arg);
+    if (server->forced) {
+        event_base_loopexit(server->base, nullptr);  // the 503s had their time
+        return;
+    }
     HOST_LOG(3, "drain time-out: %zu requests still in flight", server->live.size());
-    event_base_loopexit(server->base, nullptr);
+    ForceStop(server);
 }
 
 // The first signal stops accepting and lets the requests in flight finish and be answered; a
-// second one ends the loop at once.
+// second one stops at once, as the drain time-out does.
 void OnSignal(evutil_socket_t, short, void* arg) {
     auto* server = static_cast<AccessServer*>(arg);
     if (server->draining) {
-        event_base_loopexit(server->base, nullptr);
+        if (!server->forced) {
+            ForceStop(server);
+        }
         return;
     }
     server->draining = true;
@@ -574,7 +626,7 @@ int SetUpSignals(AccessServer* server) {
 // Once a signal asked to stop, the loop ends when no request is in flight and every answer has
 // left (or when the drain time-out fires).
 void CheckDrained(AccessServer* server) {
-    if (server->draining && server->live.empty() && server->unsent == 0) {
+    if (server->draining && server->unsent == 0 && (server->live.empty() || server->forced)) {
         event_base_loopexit(server->base, nullptr);
     }
 }
@@ -603,6 +655,7 @@ int StartAccessServer(AccessServer* server, const HostOptions& options, const Mo
     server->atConnectionLimit = false;
     server->connections = 0;
     server->draining = false;
+    server->forced = false;
     server->unsent = 0;
     server->tls = nullptr;
     if (SetUpLogin(server, err) != 0) {
@@ -638,7 +691,16 @@ int RunAccessServer(AccessServer* server) {
     return event_base_dispatch(server->base) < 0 ? -1 : 0;
 }
 
-void StopAccessServer(AccessServer* server) {
+size_t StopAccessServer(AccessServer* server) {
+    if (server->forced) {
+        size_t busy = 0;
+        for (WorkerPool& pool : server->pools) {
+            busy += pool.Busy();
+        }
+        if (busy > 0) {
+            return busy;  // joining would wait for the module; the process ends with them instead
+        }
+    }
     server->listener = nullptr;  // evhttp_free frees it, before the connections whose ends we count
     if (server->http != nullptr) {
         evhttp_free(server->http);  // drops every connection; their requests lose their client
@@ -669,6 +731,7 @@ void StopAccessServer(AccessServer* server) {
     FreeTlsContext(server->tls);  // after the connections, whose sessions hold it
     server->tls = nullptr;
     server->login.reset();
+    return 0;
 }
 
 }  // namespace vks_host

@@ -61,7 +61,8 @@ struct AccessServer {
     int connections;            // open client connections
     std::unordered_map<struct bufferevent*, Connection*> connectionsByBev;  // loop thread only
     bool draining;
-    int unsent;  // answers handed to evhttp and not yet written whole
+    bool forced;  // the drain time ran out or a second signal came
+    int unsent;   // answers handed to evhttp and not yet written whole
     uint16_t boundPort;
     // The names requests may give in Host, with boundPort.
     vks_web::HostAllowList hosts;
@@ -83,11 +84,14 @@ struct AccessServer {
 // Binds the listening socket and starts the workers. 0, or -1 with the reason in *err.
 int StartAccessServer(AccessServer* server, const HostOptions& options, const ModuleTable* module,
                       std::string* err);
-// Serves until SIGINT or SIGTERM, then until the requests in flight are answered (bounded by the
-// drain time-out).
+// Serves until SIGINT or SIGTERM, then until the requests in flight are answered. When the drain
+// time-out runs out, or at a second signal, the requests not started yet get 503 and the loop ends
+// a moment later whatever the module still does.
 int RunAccessServer(AccessServer* server);
-// Stops the workers and releases every request still in flight; the module stays loaded.
-void StopAccessServer(AccessServer* server);
+// Stops the workers and releases every request still in flight; the module stays loaded. After a
+// forced stop with workers still inside the module it releases nothing and returns their number:
+// the caller must then end the process without touching the server or the module again.
+size_t StopAccessServer(AccessServer* server);
 
 }  // namespace vks_host
 

@@ -1,8 +1,11 @@
 // vks_access_server: serves the plug-in module's resources over HTTP on this machine.
+#include <unistd.h>
+
 #include <cstdio>
 #include <string>
 
 #include "access_server.h"
+#include "kit_dir.h"
 #include "logging.h"
 #include "module_table.h"
 #include "options.h"
@@ -26,7 +29,14 @@ int Serve(const HostOptions& options, const ModuleTable& module) {
     } else {
         fprintf(stderr, "vks_access_server: %s\n", err.c_str());
     }
-    StopAccessServer(&server);
+    size_t abandoned = StopAccessServer(&server);
+    if (abandoned > 0) {
+        // Those requests were never answered, so never acknowledged: nothing they did is owed to
+        // anyone. Waiting for the module to return would break the drain bound.
+        printf("vks_access_server: stopped, %zu requests left inside the module\n", abandoned);
+        fflush(nullptr);
+        _exit(rc == 0 ? 0 : 1);
+    }
     return rc;
 }
 
@@ -42,6 +52,10 @@ int main(int argc, char** argv) {
         }
         fputs(HostUsage(argv[0]).c_str(), parsed == kOptionsHelp ? stdout : stderr);
         return parsed == kOptionsHelp ? 0 : 2;
+    }
+    if (kitdir::EnsurePrivateFolder(kitdir::FolderOf(options.cmdSocket), &err) != 0) {
+        fprintf(stderr, "vks_access_server: socket %s\n", err.c_str());
+        return 1;
     }
     if (ConfigureLogging(options.debugLevel, options.oplogPath, &err) != 0) {
         fprintf(stderr, "vks_access_server: %s\n", err.c_str());

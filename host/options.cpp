@@ -6,6 +6,7 @@
 #include <cstring>
 #include <unistd.h>
 
+#include "kit_dir.h"
 #include "unix_cmd_channel.h"
 #include "web_files.h"
 
@@ -147,7 +148,7 @@ std::string DefaultModulePath() {
 
 ParseOutcome ParseHostOptions(int argc, char** argv, HostOptions* out, std::string* err) {
     out->modulePath = DefaultModulePath();
-    out->cmdSocket = VW_CMD_SOCKET_DEFAULT;
+    out->cmdSocket = kitdir::DefaultCmdSocket();
     out->webRoot = vks_web::DefaultWebRoot();
     for (int i = 1; i < argc; ++i) {
         std::string name = argv[i];
@@ -181,7 +182,9 @@ std::string HostUsage(const char* argv0) {
            "  --listen HOST:PORT    address to serve (default 127.0.0.1:8080; port 0 picks a free one)\n"
            "  --workers N           threads per road started at once (default 4)\n"
            "  --max-workers N       threads per road at most (default 16)\n"
-           "  --cmd-socket PATH     command-channel socket (default " VW_CMD_SOCKET_DEFAULT
+           "  --cmd-socket PATH     command-channel socket, in a folder only this user may change\n"
+           "                        (default: cmd.sock " +
+           kitdir::DescribeDefault(kitdir::DefaultCmdSocket()) +
            ")\n"
            "  --oplog FILE          operation log, both languages ('-' for stdout; default: $VW_OPLOG_FILE "
            "or none)\n"
@@ -193,7 +196,10 @@ std::string HostUsage(const char* argv0) {
            "  --idle-timeout MS     close a connection silent this long (default 15000)\n"
            "  --header-timeout MS   close a connection whose request takes longer to arrive (default 10000)\n"
            "  --max-connections N   pause accepting while this many connections are open (default 512)\n"
-           "  --drain-timeout MS    on SIGINT/SIGTERM, time left to requests in flight (default 10000)\n"
+           "  --drain-timeout MS    on SIGINT/SIGTERM, time left to requests in flight (default 10000); "
+           "then,\n"
+           "                        or at a second signal, requests not started get 503 and the server "
+           "exits\n"
            "  --web-root DIR        where /docs and /api/openapi.json are read from (default: the source "
            "tree)\n"
            "  --allow-host NAME     a name requests may give in Host besides 127.0.0.1, localhost and [::1]\n"

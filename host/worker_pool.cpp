@@ -55,6 +55,23 @@ void WorkerPool::Stop() {
     threads_.clear();
 }
 
+void WorkerPool::TakeQueued(bool (*pick)(void* arg), std::vector<void*>* taken) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (auto it = queue_.begin(); it != queue_.end();) {
+        if (pick(it->arg)) {
+            taken->push_back(it->arg);
+            it = queue_.erase(it);
+        } else {
+            ++it;
+        }
+    }
+}
+
+size_t WorkerPool::Busy() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return threads_.size() - idle_;
+}
+
 namespace {
 
 // Workers run the blocking phases: throughput work, a round trip to a service after another. As

@@ -27,6 +27,11 @@ public:
     bool Submit(JobFn fn, void* arg);
     // Runs every job already queued, then joins the threads.
     void Stop();
+    // Removes the queued jobs whose argument pick() accepts and adds their arguments to *taken; no
+    // thread ever runs them.
+    void TakeQueued(bool (*pick)(void* arg), std::vector<void*>* taken);
+    // Threads running a job at this moment.
+    size_t Busy();
 
 private:
     struct Job {

@@ -4,22 +4,63 @@
 # access server on 127.0.0.1:8080, prints curl lines to try, and on Ctrl-C stops both so that the
 # emulator unmounts.
 # The emulator's control port (faults, state, journal, console page) listens on VKS_CONTROL_PORT.
-# Usage: scripts/run.sh   (environment: VKS_PORT=8080, VKS_CONTROL_PORT=8081, VKS_DEMO_DIR=build/default/demo)
-# VKS_TLS=1 serves HTTPS with the self-signed pair of build/demo-tls (made by scripts/setup.sh), and
+# Needs no root once root has run scripts/setup.sh: another user serves from a user and mount
+# namespace of its own (scripts/rootless.sh), where the service file system is mounted.
+# Usage: scripts/run.sh   (environment: VKS_PORT=8080, VKS_CONTROL_PORT=8081 (0: any free port),
+#   VKS_DEMO_DIR=<build>/demo, VKS_BUILD_DIR=build/default, VKS_BIN_DIR: serve these binaries, build nothing)
+# VKS_TLS=1 serves HTTPS with the self-signed pair of build/demo-tls (made by scripts/setup.sh; a user
+# who does not own that folder gets a pair of its own in the demo folder), and
 # VKS_AUTH_FILE=<htdigest file> asks for a Digest login; the curl lines then carry --cacert and
 # --digest -u <the file's first user> (curl asks for the password).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
+source scripts/rootless.sh
 
 port=${VKS_PORT:-8080}
 control_port=${VKS_CONTROL_PORT:-8081}
-demo=${VKS_DEMO_DIR:-$root/build/default/demo}
+
+# The tree's build folder; where this user may not write the tree, a folder of the user's own.
+choose_build() {
+  local build=${VKS_BUILD_DIR:-$root/build/default}
+  if [ -z "${VKS_BUILD_DIR:-}" ] && ! { mkdir -p "$build" 2>/dev/null && [ -w "$build" ]; }; then
+    build=${XDG_CACHE_HOME:-${HOME:-/nonexistent}/.cache}/vks-kit/build
+    if ! mkdir -p "$build" 2>/dev/null; then
+      build=/var/tmp/vks-kit-$(id -u)
+      (umask 077 && mkdir -p "$build") 2>/dev/null || true
+      if [ -L "$build" ] || [ ! -O "$build" ]; then
+        echo "run: no folder to build in: $root is not writable by $(id -un) and $build is not its own; set VKS_BUILD_DIR to a folder you own" >&2
+        exit 1
+      fi
+    fi
+  fi
+  echo "$build"
+}
+
+if [ -z "${VKS_BIN_DIR:-}" ]; then
+  scripts/setup.sh
+  build=$(choose_build)
+  cmake --preset default -B "$build" >/dev/null
+  cmake --build "$build" -j "$(nproc)" --target vks_emulator vks_access_server
+  export VKS_BIN_DIR=$build/bin VKS_DEMO_DIR=${VKS_DEMO_DIR:-$build/demo}
+elif [ "$(id -u)" -ne 0 ] && ! why=$(rootless_check 2>&1); then
+  echo "run: $why" >&2
+  exit 1
+fi
+bin=$VKS_BIN_DIR
+demo=${VKS_DEMO_DIR:-$(dirname "$bin")/demo}
+# The daemons refuse folders that another user could change (a demo folder of an older run may be open).
+(umask 077 && mkdir -p "$demo/results") && chmod 0700 "$demo" "$demo/results"
+# Root mounts on the host's /mnt/srvfs; another user goes on in a namespace of its own.
+[ "$(id -u)" -eq 0 ] || VKS_DEMO_DIR=$demo rootless_exec "$root/scripts/run.sh"
+mkdir -p /mnt/srvfs
+
 scheme=http
 login_args=()
 curl_options=""
 if [ "${VKS_TLS:-0}" = 1 ]; then
   tls=$root/build/demo-tls
+  [ -O "$tls" ] || tls=$demo/tls
   scripts/tls-pair.sh "$tls"
   scheme=https
   login_args+=(--tls-cert "$tls/cert.pem" --tls-key "$tls/key.pem")
@@ -33,24 +74,14 @@ fi
 with_curl_options() {
   sed "s|^  curl |  curl $curl_options|"
 }
-bin=$root/build/default/bin
-
-scripts/setup.sh
-cmake --preset default >/dev/null
-cmake --build --preset default -j "$(nproc)" --target vks_emulator vks_access_server
-
-# Mounting a FUSE file system at /mnt/srvfs needs root.
-SUDO=""
-[ "$(id -u)" -eq 0 ] || SUDO="sudo"
-$SUDO mkdir -p /mnt/srvfs "$demo/results"
 
 emulator_pid=""
 server_pid=""
 stop() {
   trap - INT TERM EXIT
   echo
-  [ -z "$server_pid" ] || { $SUDO kill -TERM "$server_pid" 2>/dev/null || true; wait "$server_pid" 2>/dev/null || true; }
-  [ -z "$emulator_pid" ] || { $SUDO kill -TERM "$emulator_pid" 2>/dev/null || true; wait "$emulator_pid" 2>/dev/null || true; }
+  [ -z "$server_pid" ] || { kill -TERM "$server_pid" 2>/dev/null || true; wait "$server_pid" 2>/dev/null || true; }
+  [ -z "$emulator_pid" ] || { kill -TERM "$emulator_pid" 2>/dev/null || true; wait "$emulator_pid" 2>/dev/null || true; }
   echo "run: stopped (logs in $demo)"
 }
 trap stop INT TERM EXIT
@@ -68,15 +99,17 @@ wait_for() {
   exit 1
 }
 
-$SUDO "$bin/vks_emulator" --mount /mnt/srvfs --db "$demo/vks.db" --cmd-socket "$demo/cmd.sock" \
+"$bin/vks_emulator" --mount /mnt/srvfs --db "$demo/vks.db" --cmd-socket "$demo/cmd.sock" \
   --result-dir "$demo/results" --control-port "$control_port" >"$demo/emulator.log" 2>&1 &
 emulator_pid=$!
 wait_for "$demo/emulator.log" "vks_emulator: ready" "$emulator_pid"
+control_port=$(sed -n 's|^vks_emulator: control on http://127.0.0.1:\([0-9]*\)/$|\1|p' "$demo/emulator.log")
 
-$SUDO "$bin/vks_access_server" --listen "127.0.0.1:$port" --cmd-socket "$demo/cmd.sock" \
+"$bin/vks_access_server" --listen "127.0.0.1:$port" --cmd-socket "$demo/cmd.sock" \
   --oplog "$demo/oplog.txt" "${login_args[@]}" >"$demo/server.log" 2>&1 &
 server_pid=$!
 wait_for "$demo/server.log" "vks_access_server: listening" "$server_pid"
+port=$(sed -n 's|^vks_access_server: listening on https\{0,1\}://127.0.0.1:\([0-9]*\) .*|\1|p' "$demo/server.log")
 
 api="$scheme://127.0.0.1:$port/api"
 cat <<CURLS | with_curl_options

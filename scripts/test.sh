@@ -6,6 +6,8 @@
 #   armhf: the whole suite cross-built for 32-bit ARM and run under qemu-user; the cases qemu-user
 #   cannot run are left out and listed with the reason (scripts/test-armhf-vm.sh runs them all on a
 #   real ARM kernel).
+# Runs as root (CI); ctest's rootless_kit then runs the end-to-end tests and run.sh once more as a
+# throwaway user (docs/running.md).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

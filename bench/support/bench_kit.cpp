@@ -1,5 +1,7 @@
 #include "bench_kit.h"
 
+#include "own_namespace.h"
+
 #include <net/if.h>
 #include <sched.h>
 #include <signal.h>
@@ -17,9 +19,9 @@
 namespace vks_bench {
 
 bool EnterPrivateMountNamespace(const char* program) {
-    if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
-        fprintf(stderr, "%s: cannot enter a private mount namespace: %s (needs root)\n", program,
-                strerror(errno));
+    std::string why = vks_test::EnterOwnMountNamespace();
+    if (!why.empty()) {
+        fprintf(stderr, "%s: cannot enter a mount namespace of its own: %s\n", program, why.c_str());
         return false;
     }
     signal(SIGPIPE, SIG_IGN);

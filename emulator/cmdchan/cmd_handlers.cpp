@@ -94,9 +94,11 @@ int32_t RunQuery(CommandContext* ctx, const HistoryRecordQueryPara& para, std::s
     if (!ctx->store->Query(filter, para.StartIndex, count, &rows, &total)) {
         return VW_FAILED;
     }
-    *path = ResultPath(ctx->resultDir, ++ctx->resultSerial);
     std::string error;
-    if (!ctx->badPath && !WriteResultFile(*path, HistoryResultJson(total, para.StartIndex, rows), &error)) {
+    if (ctx->badPath) {
+        *path = ctx->resultDir + "/" + ResultName();
+    } else if (!WriteResultFile(ctx->resultDirFd, ctx->resultDir,
+                                HistoryResultJson(total, para.StartIndex, rows), path, &error)) {
         return VW_FAILED;
     }
     if (ctx->shrinkResult) {

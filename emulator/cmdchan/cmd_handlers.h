@@ -17,7 +17,7 @@ constexpr uint32_t kMaxFindNum = 100;
 struct CommandContext {
     Store* store;
     std::string resultDir;
-    unsigned long resultSerial = 0;
+    int resultDirFd = -1;       // the result folder, open since start-up: files are made relative to it
     bool shrinkResult = false;  // fault: cut each result file once its reader took the size
     bool badPath = false;       // fault: name a result file that was never written
     std::unique_ptr<ShrinkWatcher> watcher;

@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstddef>
@@ -22,6 +23,12 @@ struct Server::State {
     std::mutex mutex;  // connections are served concurrently; the commands run one at a time
     CommandContext ctx{};
     std::unique_ptr<FrameServer> frames;  // last: stops serving before the state it uses goes
+    ~State() {
+        frames.reset();
+        if (ctx.resultDirFd >= 0) {
+            close(ctx.resultDirFd);
+        }
+    }
 };
 
 Server::Server(std::unique_ptr<State> state) : state_(std::move(state)) {}
@@ -114,19 +121,20 @@ bool Answer(Server::State* server, const cmdframe::Request& request, cmdframe::R
     return answered;
 }
 
-bool PrepareResultDir(const std::string& dir, std::string* error) {
+// Opens the result folder, made private first. The descriptor is the server's from then on.
+int OpenResultDir(const std::string& dir, std::string* error) {
     // Result paths travel in a 128-byte field: leave room for the file name and its NUL.
     const size_t kRoomForName = 48;
     if (dir.empty() || dir.size() + kRoomForName > sizeof(MSG_DATA::szPath)) {
         *error = "result directory empty or longer than " +
                  std::to_string(sizeof(MSG_DATA::szPath) - kRoomForName) + " bytes: " + dir;
-        return false;
+        return -1;
     }
-    if (mkdir(dir.c_str(), 0755) != 0 && errno != EEXIST) {
-        *error = "create result directory " + dir + ": " + strerror(errno);
-        return false;
+    int fd = -1;
+    if (kitdir::EnsurePrivateFolder(dir, error) != 0 || (fd = kitdir::OpenPrivateFolder(dir, error)) < 0) {
+        *error = "result " + *error;
     }
-    return true;
+    return fd;
 }
 
 }  // namespace
@@ -159,12 +167,17 @@ bool ParseOption(const std::string& rawName, const std::string& value, ServerOpt
     return false;
 }
 
-const char* OptionsHelp() {
+std::string OptionsHelp() {
     return "Command channel:\n"
-           "  --cmd-socket=PATH        unix socket to serve (default " VW_CMD_SOCKET_DEFAULT
+           "  --cmd-socket=PATH        unix socket to serve (default: cmd.sock " +
+           kitdir::DescribeDefault(kitdir::DefaultCmdSocket()) +
            ")\n"
            "  --db=PATH                SQLite state file (tables cmd_*; seeded with demo records once)\n"
-           "  --result-dir=DIR         where history-query result files are written\n"
+           "  --result-dir=DIR         where history-query result files are written, a folder only this "
+           "user\n"
+           "                           may change (default: results " +
+           kitdir::DescribeDefault(kitdir::DefaultResultDir()) +
+           ")\n"
            "  --cmd-fault-command=N    apply the faults below to command N only (default: every command)\n"
            "  --cmd-fault-result=N     answer with result N and change nothing\n"
            "  --cmd-fault-no-reply     read requests and never answer them\n"
@@ -177,7 +190,8 @@ std::unique_ptr<Server> StartServer(const ServerOptions& opts, std::string* erro
     std::string* why = error != nullptr ? error : &ignored;
     std::unique_ptr<Server::State> server(new Server::State);
     server->opts = opts;
-    if (!PrepareResultDir(opts.resultDir, why)) {
+    server->ctx.resultDirFd = OpenResultDir(opts.resultDir, why);
+    if (server->ctx.resultDirFd < 0) {
         return nullptr;
     }
     server->store = Store::Open(opts.dbPath, why);

@@ -10,6 +10,7 @@
 
 #include "cmd_channel_frame.h"
 #include "fault_table.h"
+#include "kit_dir.h"
 #include "unix_cmd_channel.h"
 
 namespace cmdchan {
@@ -24,9 +25,9 @@ struct FaultOptions {
 };
 
 struct ServerOptions {
-    std::string socketPath = VW_CMD_SOCKET_DEFAULT;
-    std::string dbPath = "/tmp/vks-emulator.db";  // SQLite file shared with the analysis service (own tables)
-    std::string resultDir = "/tmp/vks-history-results";  // where history-query result files are written
+    std::string socketPath = kitdir::DefaultCmdSocket();
+    std::string dbPath;  // SQLite file shared with the analysis service (own tables)
+    std::string resultDir = kitdir::DefaultResultDir();  // where history-query result files are written
     FaultOptions faults;
     // Faults switched at run time (the control API; start-up --cmd-fault-* options stay in faults).
     std::shared_ptr<faults::FaultTable> faultTable = std::make_shared<faults::FaultTable>();
@@ -41,7 +42,7 @@ struct ServerOptions {
 // Takes one option (name with or without leading "--"); false when the option is not ours or its
 // value is not valid for it.
 bool ParseOption(const std::string& name, const std::string& value, ServerOptions* opts);
-const char* OptionsHelp();
+std::string OptionsHelp();
 
 // A running server. Its state is private to the server's own file; destroying it (or StopServer)
 // stops serving and closes the database.

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <json-c/json.h>
 #include <string.h>
+#include <sys/random.h>
 #include <unistd.h>
 
 namespace cmdchan {
@@ -40,14 +41,35 @@ std::string HistoryResultJson(long long total, uint32_t startIndex, const std::v
     return text;
 }
 
-std::string ResultPath(const std::string& dir, unsigned long serial) {
-    return dir + "/history-" + std::to_string(getpid()) + "-" + std::to_string(serial) + ".json";
+std::string ResultName() {
+    unsigned char bytes[16] = {};
+    for (size_t got = 0; got < sizeof(bytes);) {
+        ssize_t n = getrandom(bytes + got, sizeof(bytes) - got, 0);
+        got += n > 0 ? static_cast<size_t>(n) : 0;
+    }
+    std::string name = "history-";
+    for (unsigned char b : bytes) {
+        name += "0123456789abcdef"[b >> 4];
+        name += "0123456789abcdef"[b & 15];
+    }
+    return name + ".json";
 }
 
-bool WriteResultFile(const std::string& path, const std::string& text, std::string* error) {
-    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+bool WriteResultFile(int dirFd, const std::string& dir, const std::string& text, std::string* path,
+                     std::string* error) {
+    // A name that is taken was planted or is astronomically unlucky: either way never reuse it.
+    std::string name;
+    int fd = -1;
+    for (int tries = 0; fd < 0 && tries < 4; ++tries) {
+        name = ResultName();
+        fd = openat(dirFd, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+        if (fd < 0 && errno != EEXIST) {
+            break;
+        }
+    }
+    *path = dir + "/" + name;
     if (fd < 0) {
-        *error = "create " + path + ": " + strerror(errno);
+        *error = "create " + *path + ": " + strerror(errno);
         return false;
     }
     bool ok = true;
@@ -57,8 +79,8 @@ bool WriteResultFile(const std::string& path, const std::string& text, std::stri
         done += n > 0 ? static_cast<size_t>(n) : 0;
     }
     if (close(fd) != 0 || !ok) {
-        *error = "write " + path + ": " + strerror(errno);
-        unlink(path.c_str());
+        *error = "write " + *path + ": " + strerror(errno);
+        unlinkat(dirFd, name.c_str(), 0);
         return false;
     }
     return true;

@@ -12,11 +12,14 @@ namespace cmdchan {
 // {"TotalNum": n, "StartIndex": i, "ReturnNum": k, "Records": [ {...}, ... ]}
 std::string HistoryResultJson(long long total, uint32_t startIndex, const std::vector<HistoryRow>& rows);
 
-// The path of the serial-th result file of this process in dir.
-std::string ResultPath(const std::string& dir, unsigned long serial);
+// A result file name nobody can guess: "history-<32 random hex digits>.json".
+std::string ResultName();
 
-// Writes text to path (created or replaced); false with *error when it cannot be written whole.
-bool WriteResultFile(const std::string& path, const std::string& text, std::string* error);
+// Writes text to a new file in the folder open as dirFd (named dir), mode 0600, never through a link
+// and never over a file that is there; its path in *path. False with *error when it cannot be
+// written whole (nothing is left behind then).
+bool WriteResultFile(int dirFd, const std::string& dir, const std::string& text, std::string* path,
+                     std::string* error);
 
 }  // namespace cmdchan
 

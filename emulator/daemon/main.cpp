@@ -2,13 +2,17 @@
 // serves until SIGINT or SIGTERM, then stops the command channel and unmounts.
 #include <signal.h>
 #include <stdio.h>
+#include <sys/mount.h>
+#include <unistd.h>
 
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "analysis_service.h"
 #include "daemon_options.h"
 #include "journal_decode.h"
+#include "kit_dir.h"
 #include "srvfs/file_system.h"
 #include "srvfs/mount_point.h"
 
@@ -46,9 +50,37 @@ std::unique_ptr<control::ControlServer> StartControl(const DaemonOptions& option
     return control::ControlServer::Start(controlOptions, targets, error);
 }
 
+// Both folders are checked before anything is mounted, so that a refusal changes nothing.
+int CheckFolders(const cmdchan::ServerOptions& cmd) {
+    std::string error;
+    if (kitdir::EnsurePrivateFolder(kitdir::FolderOf(cmd.socketPath), &error) != 0) {
+        return Fail("socket " + error);
+    }
+    if (kitdir::EnsurePrivateFolder(cmd.resultDir, &error) != 0) {
+        return Fail("result " + error);
+    }
+    return 0;
+}
+
+// A second signal while the first stop still waits (a delayed reply, a client that holds on): the
+// mount is detached, so its clients see it end at once, and the process leaves without waiting.
+// A command that ran but was not answered was never acknowledged, and SQLite keeps its file whole.
+void StopAtOnceOnSecondSignal(const sigset_t& stopSignals, const std::string& mountPoint) {
+    std::thread([stopSignals, mountPoint] {
+        int signal = 0;
+        sigwait(&stopSignals, &signal);
+        fprintf(stderr, "vks_emulator: signal %d again, stopping at once\n", signal);
+        umount2(mountPoint.c_str(), MNT_DETACH);  // where it fails, the next start clears the mount
+        _exit(0);
+    }).detach();
+}
+
 int Serve(const DaemonOptions& options, const sigset_t& stopSignals) {
     std::string error;
     std::string note;
+    if (CheckFolders(options.cmd) != 0) {
+        return 1;
+    }
     if (srvfs::PrepareMountPoint(options.mountPoint, &note, &error) != 0) {
         return Fail(error);
     }
@@ -91,6 +123,7 @@ int Serve(const DaemonOptions& options, const sigset_t& stopSignals) {
     int signal = 0;
     sigwait(&stopSignals, &signal);
     fprintf(stderr, "vks_emulator: signal %d, stopping\n", signal);
+    StopAtOnceOnSecondSignal(stopSignals, options.mountPoint);
     cmdchan::StopServer(std::move(commands));
     fs->Unmount();
     return 0;

@@ -65,12 +65,12 @@ long long RestSendSynUnixMsg(char const* tag, VW_MSG_TYPE msgType, VW_CMD_TYPE c
 
 // ---- Host side: connection handles ----
 // A handle names the command-channel server's socket. It connects on first use, so creating one
-// never fails for a peer that is not there; the command functions above fail instead. Every
+// never fails for a peer that is not there; the command functions above fail instead. A null path
+// names the kit's default socket, cmd.sock in the user's private folder (platform/kitdir). Every
 // exchange is bounded by timeoutMs (a silent peer fails the call). Null only when out of memory.
 tagUNIX_SOCKET_S* UnixSocketOpen(const char* path, int timeoutMs);
 void UnixSocketClose(tagUNIX_SOCKET_S* sock);
 
-#define VW_CMD_SOCKET_DEFAULT "/tmp/vks-cmd.sock"
 // Time-out of a handle opened with timeoutMs <= 0.
 #define VW_CMD_TIMEOUT_DEFAULT_MS 3000
 

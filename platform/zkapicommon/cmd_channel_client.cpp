@@ -14,6 +14,7 @@
 #include <string>
 
 #include "cmd_channel_frame.h"
+#include "kit_dir.h"
 #include "unix_cmd_channel.h"
 #include "vw_log.h"
 
@@ -166,7 +167,7 @@ tagUNIX_SOCKET_S* UnixSocketOpen(const char* path, int timeoutMs) {
     if (sock == nullptr) {
         return nullptr;
     }
-    sock->path = path != nullptr ? path : VW_CMD_SOCKET_DEFAULT;
+    sock->path = path != nullptr ? path : kitdir::DefaultCmdSocket();
     sock->timeoutMs = timeoutMs > 0 ? timeoutMs : VW_CMD_TIMEOUT_DEFAULT_MS;
     return sock;
 }

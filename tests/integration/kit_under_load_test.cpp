@@ -1,9 +1,11 @@
 // The kit under concurrency and abuse: parallel writes lose nothing, a silent command channel holds
-// up nothing else, a stop answers every request in flight, a second emulator leaves the first alone,
-// and the HTTP front stays bounded (header size, idle connections, descriptors running out).
+// up nothing else, a stop answers every request in flight and ends even with the module held, a second
+// emulator leaves the first alone, and the HTTP front stays bounded (header size, idle connections,
+// descriptors running out).
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/statfs.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -167,6 +169,67 @@ TEST_F(KitUnderLoad, ASecondEmulatorRefusesToStartAndTheFirstKeepsServing) {
     }
     EXPECT_EQ(HttpRequest(port_, "GET", "/api/MultiTaskAppHistory?ChannelId=101").status, 200);
     EXPECT_EQ(HttpRequest(port_, "GET", "/api/MultiTaskAppTaskModesCapacity").status, 200);
+}
+
+// A stop must not wait for the module. The one worker is held 30 s inside a service-file read; once
+// the drain time is over, or at a second signal, the requests queued behind it get 503, the held one
+// is given up unanswered (so never acknowledged), and the server exits long before the module would
+// return.
+TEST_F(KitUnderLoad, AStopEndsWhileAWorkerIsHeldInTheModule) {
+    std::string err;
+    ASSERT_TRUE(StartEmulator(&emulator_, files_, {"--fault-delay=all:30000"}, &err)) << err;
+    const struct {
+        const char* name;
+        const char* drainMs;
+        bool secondSignal;
+    } cases[] = {{"drain time-out", "300", false}, {"second signal", "60000", true}};
+    for (const auto& c : cases) {
+        StartServer({"--workers", "1", "--max-workers", "1", "--drain-timeout", c.drainMs},
+                    std::string(c.name) + ".out");
+        std::vector<std::future<HttpResponse>> held;
+        for (int i = 0; i < 3; ++i) {
+            held.push_back(Async("GET", "/api/MultiTaskAppTaskModesCapacity"));
+            std::this_thread::sleep_for(std::chrono::milliseconds(150));  // the first takes the worker
+        }
+        if (c.secondSignal) {
+            kill(server_.Pid(), SIGTERM);
+            std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        }
+        auto start = Clock::now();
+        EXPECT_EQ(server_.Stop(SIGTERM, 20000), 0) << c.name << ": " << server_.Output();
+        printf("%s: exited %lld ms after the last signal (drain %s ms), a worker held in the module\n",
+               c.name, MsSince(start), c.drainMs);
+        EXPECT_EQ(held[0].get().status, -1) << c.name << ": the held request cannot have been answered";
+        for (int i = 1; i < 3; ++i) {
+            EXPECT_EQ(held[i].get().status, 503) << c.name << ": request " << i << " never started";
+        }
+    }
+}
+
+// The emulator's first stop waits for a command it holds (30 s here); a second signal ends it at
+// once, leaves no mount behind, and the held write was never acknowledged.
+TEST_F(KitUnderLoad, ASecondSignalStopsTheEmulatorHoldingACommand) {
+    std::string err;
+    std::string line;
+    ASSERT_TRUE(StartEmulator(&emulator_, files_, {"--control-port=0"}, &err)) << err;
+    ASSERT_TRUE(emulator_.WaitForLine("vks_emulator: control on http://127.0.0.1:", 5000, &line));
+    auto control = static_cast<uint16_t>(atoi(line.c_str() + line.rfind(':') + 1));
+    ASSERT_EQ(HttpRequest(control, "PUT", "/control/faults/command-channel/all", "{\"delayMs\": 30000}",
+                          "Content-Type: application/json\r\n")
+                  .status,
+              200);
+    StartServer({"--cmd-timeout", "60000"});
+    auto held = Async("PUT", kHistory, Put("enableRecord", true));
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    kill(emulator_.Pid(), SIGTERM);
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    auto start = Clock::now();
+    EXPECT_EQ(emulator_.Stop(SIGTERM, 20000), 0) << emulator_.Output();
+    printf("emulator exited %lld ms after the second signal\n", MsSince(start));
+    EXPECT_NE(held.get().status, 200);
+    struct statfs fs;
+    EXPECT_TRUE(statfs("/mnt/srvfs", &fs) != 0 || fs.f_type != 0x65735546)
+        << "the mount outlived the emulator";
 }
 
 // CPU time of a process in clock ticks.

@@ -1,13 +1,10 @@
 // Test main shared by every suite. It enters a private mount namespace before any thread exists
 // (unshare(CLONE_NEWNS) refuses a multi-threaded process), so that service file systems mounted at
 // /mnt/srvfs by one test binary are invisible to the host and to test binaries running in parallel.
-#include <errno.h>
-#include <sched.h>
-#include <string.h>
-#include <sys/mount.h>
-
+// Run by a user other than root, it makes that user root of a user namespace of its own first.
 #include <gtest/gtest.h>
 
+#include "own_namespace.h"
 #include "test_env.h"
 
 namespace {
@@ -27,14 +24,7 @@ bool InPrivateMountNamespace(std::string* why) {
 }  // namespace vks_test
 
 int main(int argc, char** argv) {
-    if (unshare(CLONE_NEWNS) != 0) {
-        g_namespaceError = std::string("unshare(CLONE_NEWNS) failed: ") + strerror(errno) +
-                           " (tests that mount the service file system need root and /dev/fuse)";
-    } else if (mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0) {
-        g_namespaceError = std::string("making / private failed: ") + strerror(errno);
-    } else {
-        g_namespaceError.clear();
-    }
+    g_namespaceError = vks_test::EnterOwnMountNamespace();
     testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

@@ -48,7 +48,7 @@ export function startServer(dir, serverArgs = []) {
 export async function startKit(name, serverArgs = [], emulatorArgs = []) {
     const dir = `${process.env.VKS_SCRATCH}/${name}`;
     rmSync(dir, { recursive: true, force: true });
-    mkdirSync(`${dir}/results`, { recursive: true });
+    mkdirSync(`${dir}/results`, { recursive: true, mode: 0o700 });  // the daemons refuse open folders
     const emulator = await startDaemon([`${bin}/vks_emulator`, "--mount", "/mnt/srvfs", "--db", `${dir}/vks.db`,
         "--cmd-socket", `${dir}/cmd.sock`, "--result-dir", `${dir}/results`, "--control-port", "0", ...emulatorArgs],
         /control on (http:\/\/127\.0\.0\.1:\d+)\/\n(.|\n)*vks_emulator: ready/, 20000);

@@ -8,7 +8,10 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <sys/stat.h>
+
 #include <chrono>
+#include <regex>
 
 #include "cmd_server.h"
 #include "cmd_test_util.h"
@@ -92,7 +95,13 @@ TEST_F(EmulatorTest, ConfiguredFaultsReachTheModule) {
         cmdtest::Request sw("/api/MultiTaskAppHistory?ChannelId=5", opts.socketPath, 300);
         EXPECT_EQ(0, RunGetMultiTaskAppHistory(&sw.header, &sw.client, &sw.ctIn));
     }
-    EXPECT_EQ(1u, results.Entries().size()) << "the shrunk file stays for inspection";
+    ASSERT_EQ(1u, results.Entries().size()) << "the shrunk file stays for inspection";
+    // Its name cannot be guessed ahead, and only the emulator's user may read it.
+    std::string name = results.Entries()[0];
+    EXPECT_TRUE(std::regex_match(name, std::regex("history-[0-9a-f]{32}\\.json"))) << name;
+    struct stat st;
+    ASSERT_EQ(0, stat(results.File(name).c_str(), &st));
+    EXPECT_EQ(0600u, st.st_mode & 07777);
 }
 
 TEST_F(EmulatorTest, OptionsAreCheckedAndForeignOnesLeftAlone) {
@@ -102,7 +111,7 @@ TEST_F(EmulatorTest, OptionsAreCheckedAndForeignOnesLeftAlone) {
     EXPECT_FALSE(cmdchan::ParseOption("cmd-fault-result", "5x", &o));
     EXPECT_FALSE(cmdchan::ParseOption("cmd-fault-shrink", "maybe", &o));
     EXPECT_FALSE(cmdchan::ParseOption("srvfs-mount", "/mnt/srvfs", &o));
-    EXPECT_NE(nullptr, strstr(cmdchan::OptionsHelp(), "--cmd-fault-no-reply"));
+    EXPECT_NE(nullptr, strstr(cmdchan::OptionsHelp().c_str(), "--cmd-fault-no-reply"));
     o.resultDir = "/tmp/" + std::string(120, 'd');
     std::string error;
     EXPECT_EQ(nullptr, cmdchan::StartServer(o, &error));
