@@ -85,3 +85,17 @@ export async function startKit(name, serverArgs = [], emulatorArgs = []) {
     };
     return kit;
 }
+
+// On the docs page: opens the enable list's GET, fills ChannelId 101, runs "Try it out" and gives
+// the operation's block and the shown body (rendered).
+export async function tryEnableList(page) {
+    await page.locator(".info .title", { hasText: "Multi-task application REST module" }).waitFor();
+    const path = page.locator(".opblock-summary-path", { hasText: /^\/MultiTaskAppTaskModesEnableList$/ });
+    const op = page.locator(".opblock-get", { has: path });
+    await op.locator(".opblock-summary").click();
+    await op.locator("input[placeholder=ChannelId]").fill("101");
+    await op.locator("button.execute").click();
+    const body = op.locator(".live-responses-table .response-col_description pre").first();
+    await body.waitFor();
+    return { op, body };
+}

@@ -7,7 +7,7 @@ import { execFileSync } from "node:child_process";
 import { mkdirSync } from "node:fs";
 import { after, before, test } from "node:test";
 import { chromium } from "playwright-core";
-import { startKit } from "./kit.mjs";
+import { startKit, tryEnableList } from "./kit.mjs";
 
 const shots = process.env.VKS_SCREENSHOTS;
 let kit;
@@ -41,13 +41,7 @@ async function newPage() {
 test("docs page: the document renders and try it out returns the live body", { timeout: 60000 }, async () => {
     const page = await newPage();
     await page.goto(kit.docs);
-    await page.locator(".info .title", { hasText: "Multi-task application REST module" }).waitFor();
-    const op = page.locator(".opblock-get", { has: page.locator(".opblock-summary-path", { hasText: /^\/MultiTaskAppTaskModesEnableList$/ }) });
-    await op.locator(".opblock-summary").click();
-    await op.locator("input[placeholder=ChannelId]").fill("101");
-    await op.locator("button.execute").click();
-    const body = op.locator(".live-responses-table .response-col_description pre").first();
-    await body.waitFor();
+    const { op, body } = await tryEnableList(page);
     // ChannelGroup comes filled in with the document's example.
     const live = await kit.call("GET", "MultiTaskAppTaskModesEnableList?ChannelId=101&ChannelGroup=1");
     assert.deepEqual(JSON.parse(await body.innerText()), JSON.parse(live.text));
