@@ -27,6 +27,8 @@ bool ParseOne(const std::string& name, const std::string& value, DaemonOptions* 
         } else {
             options->control.journalSize = static_cast<size_t>(n);
         }
+    } else if (name == "--scenario" && !value.empty()) {
+        options->scenarioPath = value;
     } else if (name == "--web-root" && !value.empty()) {
         options->control.webRoot = value;
     } else if (name == "--db" && !value.empty()) {
@@ -91,6 +93,10 @@ std::string DaemonUsage() {
                ")\n"
                "  --control-port=PORT      serve the control API and console on 127.0.0.1:PORT (0: any free "
                "port; default: none)\n"
+               "  --scenario=FILE          load a scenario file (state and faults, see docs/control-api.md) "
+               "at "
+               "start;\n"
+               "                           fault options given beside it are added over its faults\n"
                "  --journal-size=N         requests the control API's journal keeps (default 500)\n"
                "  --web-root=DIR           where the console and its OpenAPI document are read from "
                "(default: "

@@ -3,12 +3,14 @@
 #include <signal.h>
 #include <stdio.h>
 
+#include <map>
 #include <memory>
 #include <string>
 
 #include "analysis_service.h"
 #include "daemon_options.h"
 #include "journal_decode.h"
+#include "scenario.h"
 #include "srvfs/file_system.h"
 #include "srvfs/mount_point.h"
 
@@ -46,6 +48,23 @@ std::unique_ptr<control::ControlServer> StartControl(const DaemonOptions& option
     return control::ControlServer::Start(controlOptions, targets, error);
 }
 
+// The scenario file before any service reads the state; the fault options of the command line
+// stay, over the scenario's faults.
+bool LoadScenario(const DaemonOptions& options, std::string* error) {
+    std::map<int, faults::Fault> given[] = {options.faults->List(), options.cmdFaults->List()};
+    if (!control::LoadScenarioFile(options.scenarioPath, options.dbPath,
+                                   {options.faults.get(), options.cmdFaults.get()}, error)) {
+        return false;
+    }
+    for (const auto& f : given[0]) {
+        options.faults->Set(f.first, f.second);
+    }
+    for (const auto& f : given[1]) {
+        options.cmdFaults->Set(f.first, f.second);
+    }
+    return true;
+}
+
 int Serve(const DaemonOptions& options, const sigset_t& stopSignals) {
     std::string error;
     std::string note;
@@ -54,6 +73,9 @@ int Serve(const DaemonOptions& options, const sigset_t& stopSignals) {
     }
     if (!note.empty()) {
         fprintf(stderr, "vks_emulator: %s\n", note.c_str());
+    }
+    if (!options.scenarioPath.empty() && !LoadScenario(options, &error)) {
+        return Fail(error);
     }
     std::shared_ptr<analysis::AnalysisStore> store = analysis::AnalysisStore::Open(options.dbPath, &error);
     if (store == nullptr) {
