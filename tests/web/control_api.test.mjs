@@ -4,7 +4,7 @@
 // scenario files. Every control answer is checked against its OpenAPI schema.
 import assert from "node:assert/strict";
 import { after, before, test } from "node:test";
-import { readFileSync, writeFileSync } from "node:fs";
+import { mkdirSync, readFileSync, writeFileSync } from "node:fs";
 import { startKit } from "./kit.mjs";
 
 let kit;
@@ -15,6 +15,7 @@ startScenario.state.historySwitches = [{ channelId: 9, enableRecord: 0 }];
 startScenario.faults = [{ road: "analysis", command: 229, status: 404 }, { road: "analysis", command: 1203, result: 3 }];
 before(async () => {
     const file = `${process.env.VKS_SCRATCH}/control-scenario.json`;
+    mkdirSync(process.env.VKS_SCRATCH, { recursive: true });
     writeFileSync(file, JSON.stringify(startScenario));
     kit = await startKit("control", ["--reply-timeout", "1500"], [`--scenario=${file}`, "--fault-delay=1203:1",
         "--cmd-fault-result=9", "--journal-size=20"]);
