@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "command_table.h"
 #include "web_files.h"
 
 namespace {
@@ -41,6 +42,22 @@ bool ParseOne(const std::string& name, const std::string& value, DaemonOptions* 
     return true;
 }
 
+// Every start-up fault names a command of its road (from the command table) or all of them.
+int KnownFaultTargets(const DaemonOptions& options, std::string* error) {
+    const std::pair<const char*, const faults::FaultTable*> tables[] = {
+        {COMMAND_ROAD_ANALYSIS, options.faults.get()}, {COMMAND_ROAD_CMD, options.cmdFaults.get()}};
+    for (const auto& table : tables) {
+        for (const auto& fault : table.second->List()) {
+            if (fault.first != FAULTS_ALL_COMMANDS &&
+                control::FindCommand(table.first, fault.first) == nullptr) {
+                *error = "no command " + std::to_string(fault.first) + " on the " + table.first + " road";
+                return -1;
+            }
+        }
+    }
+    return 0;
+}
+
 }  // namespace
 
 int ParseDaemonOptions(int argc, char** argv, DaemonOptions* options, std::string* error) {
@@ -75,7 +92,7 @@ int ParseDaemonOptions(int argc, char** argv, DaemonOptions* options, std::strin
         f.result = 0;
         f.noReply = false;
     }
-    return 0;
+    return KnownFaultTargets(*options, error);
 }
 
 std::string DaemonUsage() {

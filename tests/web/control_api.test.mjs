@@ -4,6 +4,7 @@
 // scenario files. Every control answer is checked against its OpenAPI schema.
 import assert from "node:assert/strict";
 import { after, before, test } from "node:test";
+import { spawnSync } from "node:child_process";
 import { mkdirSync, readFileSync, writeFileSync } from "node:fs";
 import { startKit } from "./kit.mjs";
 
@@ -268,4 +269,24 @@ test("a scenario exported and imported again is the same, and a bad one changes 
     }
     await kit.ctl("DELETE", "/control/faults");
     await kit.ctl("POST", "/control/state/reset");
+});
+
+test("a bad scenario file or an unknown fault target stops the emulator at start", { timeout: 30000 }, async (t) => {
+    const dir = `${kit.dir}/refused`;
+    mkdirSync(dir, { recursive: true });
+    const bad = { ...startScenario, state: { ...startScenario.state, counts: [{ slot: 0, available: -2, capacity: 1 }] } };
+    writeFileSync(`${dir}/bad.json`, JSON.stringify(bad));
+    const cases = [
+        [[`--scenario=${dir}/bad.json`], 1, `scenario ${dir}/bad.json: counts row 0: available: -2 is not`],
+        [["--fault-delay=1204:5"], 2, "no command 1204 on the analysis road"],
+        [["--cmd-fault-command=7033", "--cmd-fault-result=3"], 2, "no command 7033 on the command-channel road"],
+    ];
+    for (const [args, status, words] of cases) {
+        await t.test(args.join(" "), () => {
+            const run = spawnSync(`${process.env.VKS_BIN_DIR}/vks_emulator`, ["--mount", `${dir}/mnt`, "--db", `${dir}/vks.db`,
+                "--cmd-socket", `${dir}/cmd.sock`, "--result-dir", dir, ...args], { encoding: "utf8", timeout: 10000 });
+            assert.equal(run.status, status, run.stderr);
+            assert.ok(run.stderr.startsWith(`vks_emulator: ${words}`), run.stderr);
+        });
+    }
 });
