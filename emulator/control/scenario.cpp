@@ -83,7 +83,7 @@ bool ImportScenario(StateAdmin& state, const FaultTables& faults, json_object* s
     }
     std::map<int, faults::Fault> tables[2];
     // The faults are read before the state's transaction and swapped in only once it committed.
-    if (!ReadFaults(faultRows, tables, error) || !state.ReplaceAll(stateRows, nullptr, error)) {
+    if (!ReadFaults(faultRows, tables, error) || !state.ReplaceAll(stateRows, error)) {
         return false;
     }
     faults.analysis->Replace(tables[0]);

@@ -148,8 +148,7 @@ bool StateAdmin::Replace(const std::string& kind, json_object* rows, std::string
     return InTransaction([&](std::string* why) { return ReplaceLocked(kind, rows, why); }, error);
 }
 
-bool StateAdmin::ReplaceAll(json_object* state, const std::function<bool(std::string*)>& check,
-                            std::string* error) {
+bool StateAdmin::ReplaceAll(json_object* state, std::string* error) {
     if (!json_object_is_type(state, json_type_object)) {
         *error = "state: an object of kinds is expected";
         return false;
@@ -173,7 +172,7 @@ bool StateAdmin::ReplaceAll(json_object* state, const std::function<bool(std::st
                     return false;
                 }
             }
-            return check == nullptr || check(why);
+            return true;
         },
         error);
 }
@@ -181,7 +180,7 @@ bool StateAdmin::ReplaceAll(json_object* state, const std::function<bool(std::st
 bool StateAdmin::ResetToDemo(std::string* error) {
     json_object* demo = json_tokener_parse(vks_state::DemoScenarioText());
     json_object* state = nullptr;
-    bool ok = json_object_object_get_ex(demo, "state", &state) && ReplaceAll(state, nullptr, error);
+    bool ok = json_object_object_get_ex(demo, "state", &state) && ReplaceAll(state, error);
     json_object_put(demo);
     return ok;
 }

@@ -33,8 +33,8 @@ public:
     // changes nothing).
     bool Replace(const std::string& kind, json_object* rows, std::string* error);
     // Replaces every kind with those of a whole state object (all six kinds, nothing else) in one
-    // transaction; check then runs before commit and may refuse it (false with its reason).
-    bool ReplaceAll(json_object* state, const std::function<bool(std::string*)>& check, std::string* error);
+    // transaction; false with the first reason (then nothing changed).
+    bool ReplaceAll(json_object* state, std::string* error);
     // Every kind back to the state of the built-in demo scenario.
     bool ResetToDemo(std::string* error);
 
