@@ -1,6 +1,7 @@
 #include "state_admin.h"
 
 #include <cstring>
+#include <set>
 #include <vector>
 
 #include "analysis_store.h"
@@ -51,15 +52,26 @@ bool InsertRecord(vks_state::Database& db, const CommandSpec& spec, json_object*
         .Bind(3, record.data(), record.size());
     insert.Step();
     if (!insert.Ok()) {
-        *error = "not stored: " + insert.Error();
+        *error = "the state file refused the row: " + insert.Error();
         return false;
     }
     return true;
 }
 
+// One record per channel: a second row for a channel is refused rather than silently replacing the first.
 bool InsertRecords(vks_state::Database& db, const CommandSpec& spec, json_object* rows, std::string* error) {
+    std::set<std::string> channels;
     for (size_t i = 0; i < json_object_array_length(rows); ++i) {
-        if (!InsertRecord(db, spec, json_object_array_get_idx(rows, i), error)) {
+        json_object* row = json_object_array_get_idx(rows, i);
+        json_object* channel = nullptr;
+        bool again = json_object_object_get_ex(row, "channelId", &channel) &&
+                     !channels.insert(json_object_to_json_string(channel)).second;
+        if (again) {
+            *error = std::string(spec.stateKind) + " row " + std::to_string(i) +
+                     ": channelId: " + json_object_to_json_string(channel) + " is in an earlier row already";
+            return false;
+        }
+        if (!InsertRecord(db, spec, row, error)) {
             *error = std::string(spec.stateKind) + " row " + std::to_string(i) + ": " + *error;
             return false;
         }

@@ -55,8 +55,15 @@ bool InsertRow(Database& db, const TableKind& t, json_object* row, std::string* 
         }
     }
     insert.Step();
+    json_object* shared = nullptr;
+    if (!insert.Ok() && t.unique != nullptr && json_object_object_get_ex(row, t.unique, &shared) &&
+        insert.Error().find("UNIQUE") != std::string::npos) {
+        *error = std::string(t.unique) + ": " + json_object_to_json_string(shared) +
+                 " is in an earlier row already";
+        return false;
+    }
     if (!insert.Ok()) {
-        *error = "not stored: " + insert.Error();
+        *error = "the state file refused the row: " + insert.Error();
         return false;
     }
     return true;
@@ -169,12 +176,14 @@ const std::vector<TableKind>& TableKinds() {
         {"counts",
          "analysis_counts",
          "slot",
+         "slot",
          {{{"slot", KeyRule::kInteger, 0, 2, true}, "slot"},
           {Id("available"), "available"},
           {Id("capacity"), "capacity"}}},
         {"tasks",
          "analysis_tasks",
          "task_id",
+         nullptr,
          {{Id("channelId"), "channel_id"},
           {I32("channelGroup"), "channel_group"},
           {I32("faceDetection"), "face_detection"},
@@ -187,12 +196,14 @@ const std::vector<TableKind>& TableKinds() {
         {"popUps",
          "analysis_popups",
          "channel_id",
+         "channelId",
          {{Id("channelId"), "channel_id"},
           {I32("blackPopUp"), "black_popup"},
           {I32("whitePopUp"), "white_popup"}}},
         {"historyRecords",
          "cmd_history_records",
          "snap_time, id",
+         "RecordId",
          {{{"RecordId", KeyRule::kInteger, 1, kI64Max, false}, "id"},  // left out: the next free one
           {{"SnapTime", KeyRule::kTime, 0, 0, true}, "snap_time"},
           {Id("ChannelId"), "channel_id"},

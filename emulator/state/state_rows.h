@@ -50,6 +50,7 @@ struct TableKind {
     const char* kind;
     const char* table;
     const char* order;
+    const char* unique;  // the key no two rows may share; null: none
     std::vector<Column> columns;
     std::vector<KeyRule> Rules() const;
 };

@@ -190,6 +190,10 @@ test("each out-of-range, missing-key and bad-filter case gets 400 in the port's 
         ["historyRecords", [{ ...record, MatchRate: 101 }], "historyRecords row 0: MatchRate: 101 is not an integer in 0..100"],
         ["historyRecords", [{ ...record, SnapTime: "2024-05-01" }], "historyRecords row 0: SnapTime: a time"],
         ["historyRecords", [without(record, "Name")], "historyRecords row 0: Name: required, missing"],
+        ["counts", [{ slot: 1, available: 1, capacity: 1 }, { slot: 1, available: 2, capacity: 2 }], "counts row 1: slot: 1 is in an earlier row already"],
+        ["popUps", [{ channelId: 5, blackPopUp: 0, whitePopUp: 0 }, { channelId: 5, blackPopUp: 1, whitePopUp: 1 }], "popUps row 1: channelId: 5 is in an earlier row already"],
+        ["historySwitches", [{ channelId: 5, enableRecord: 0 }, { channelId: 5, enableRecord: 1 }], "historySwitches row 1: channelId: 5 is in an earlier row already"],
+        ["historyRecords", [{ ...record, RecordId: 3 }, { ...record, RecordId: 3 }], "historyRecords row 1: RecordId: 3 is in an earlier row already"],
     ];
     const before = (await kit.ctl("GET", "/control/state")).value;
     for (const [kind, rows, words] of cases) {
