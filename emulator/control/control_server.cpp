@@ -290,18 +290,17 @@ bool ReadFilter(struct evhttp_request* req, JournalFilter* filter, std::string* 
     return ok;
 }
 
-// /control/journal?road=&command=&since=&limit=: GET filtered, DELETE clears.
+// /control/journal?road=&command=&since=&limit=: GET filtered (every filter checked), DELETE clears.
 void JournalRoute(ControlServer::Impl* s, struct evhttp_request* req, const std::string& path) {
     if (!MethodAllowed(req, path, {"GET", "DELETE"})) {
         return;
     }
     JournalFilter filter;
     std::string error;
-    if (!ReadFilter(req, &filter, &error)) {
-        return SendError(req, 400, error);
-    }
     if (evhttp_request_get_command(req) == EVHTTP_REQ_DELETE) {
-        s->targets.journal->Clear();
+        s->targets.journal->Clear();  // takes no filter: everything goes
+    } else if (!ReadFilter(req, &filter, &error)) {
+        return SendError(req, 400, error);
     }
     vks_web::SendText(req, 200, kJson, s->targets.journal->ToJson(filter));
 }
