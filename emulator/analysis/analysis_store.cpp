@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "state_rows.h"
+
 namespace analysis {
 namespace {
 
@@ -15,15 +17,6 @@ const char kSchema[] =
     "NULL,"
     "  face_detection INTEGER, face_attribute INTEGER, human_attribute INTEGER, face_recognition INTEGER,"
     "  vhd_detection INTEGER, nmv_attribute INTEGER, veh_attribute INTEGER);";
-
-// Demo data: slots 0-2 are face, vhd and mixed tasks; two groups of two channels.
-const char kDemo[] =
-    "INSERT INTO analysis_counts VALUES (0, 4, 8), (1, 2, 4), (2, 1, 2);"
-    "INSERT INTO analysis_popups VALUES (101, 1, 0);"
-    "INSERT INTO analysis_tasks (channel_id, channel_group, face_detection, face_attribute, human_attribute,"
-    "  face_recognition, vhd_detection, nmv_attribute, veh_attribute) VALUES"
-    "  (101, 1, 1, 1, 0, 1, 0, 0, 0), (102, 1, 1, 0, 1, 0, 0, 0, 0),"
-    "  (201, 2, 0, 0, 0, 0, 1, 1, 1), (202, 2, 1, 0, 0, 1, 1, 0, 0);";
 
 }  // namespace
 
@@ -48,20 +41,14 @@ int AnalysisStore::Seed(std::string* error) {
     if (count.Int64(0) != 0) {
         return 0;  // seeded by an earlier start; keep what was stored since
     }
-    return db_->Exec(std::string("BEGIN;") + kDemo + "COMMIT;", error);
-}
-
-int AnalysisStore::ResetToDemo(vks_state::Database& db, std::string* error) {
-    std::string sql = std::string(
-                          "BEGIN IMMEDIATE; DELETE FROM analysis_counts; DELETE FROM analysis_popups;"
-                          " DELETE FROM analysis_tasks;") +
-                      kDemo + "COMMIT;";
-    if (db.Exec(sql, error) == 0) {
-        return 0;
-    }
     std::string ignored;
-    db.Exec("ROLLBACK", &ignored);
-    return -1;
+    if (db_->Exec("BEGIN", error) != 0 ||
+        !vks_state::InsertDemoRows(*db_, {"counts", "popUps", "tasks"}, error) ||
+        db_->Exec("COMMIT", error) != 0) {
+        db_->Exec("ROLLBACK", &ignored);
+        return -1;
+    }
+    return 0;
 }
 
 enum Getter { kAvailable, kCapacity, kPopUps, kTasks };

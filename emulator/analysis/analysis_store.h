@@ -33,8 +33,6 @@ public:
     int GetTasks(uint64_t channelId, int32_t channelGroup, _VW_TasksEnableList_S* out);
     // Test and demo set-up: adds one task.
     int AddTask(int32_t channelGroup, const _VW_TaskEnable_S& task);
-    // Every analysis table back to the demo data, on any connection to the state file.
-    static int ResetToDemo(vks_state::Database& db, std::string* error);
 
 private:
     explicit AnalysisStore(std::unique_ptr<vks_state::Database> db) : db_(std::move(db)) {}

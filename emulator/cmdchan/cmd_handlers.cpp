@@ -2,30 +2,16 @@
 
 #include <string.h>
 
+#include "command_table.h"
 #include "result_file.h"
+#include "state_rows.h"
 #include "vks_multi_task_records.h"
 #include "vw_result.h"
 
 namespace cmdchan {
 namespace {
 
-// Settings of a channel nothing was stored for: everything on.
-std::vector<unsigned char> DefaultSetting(uint32_t cmd, uint64_t channelId) {
-    if (cmd == VW_CMD_HISTORY_SWITCH) {
-        HistoryRecordSwitch rec = {channelId, ENABLE_TYPE_ON};
-        const unsigned char* p = reinterpret_cast<const unsigned char*>(&rec);
-        return std::vector<unsigned char>(p, p + sizeof(rec));
-    }
-    // Thirteen 32-bit flags after the channel, then 4 bytes of padding.
-    std::vector<unsigned char> rec(sizeof(VW_FACE_RECOGNITION_DL_METADATA_FILTER_PARA), 0);
-    memcpy(rec.data(), &channelId, sizeof(channelId));
-    const int32_t on = ENABLE_TYPE_ON;
-    for (size_t off = offsetof(VW_FACE_RECOGNITION_DL_METADATA_FILTER_PARA, matchRate);
-         off <= offsetof(VW_FACE_RECOGNITION_DL_METADATA_FILTER_PARA, whiteMatchPic); off += sizeof(on)) {
-        memcpy(rec.data() + off, &on, sizeof(on));
-    }
-    return rec;
-}
+using control::CommandRole;
 
 uint64_t LeadingChannel(const std::vector<unsigned char>& payload) {
     uint64_t channelId = 0;
@@ -33,41 +19,24 @@ uint64_t LeadingChannel(const std::vector<unsigned char>& payload) {
     return channelId;
 }
 
-// 22025 and 7037: a read names the channel in the body's first 8 bytes, a write stores the record
-// under the channel it carries.
-int32_t HandleSetting(Store* store, const cmdframe::Request& request, cmdframe::Reply* reply) {
-    size_t recordLen = request.cmd == VW_CMD_HISTORY_SWITCH
-                           ? sizeof(HistoryRecordSwitch)
-                           : sizeof(VW_FACE_RECOGNITION_DL_METADATA_FILTER_PARA);
+// A setting: a read names the channel in the body's first 8 bytes and gets the stored record (or
+// the descriptor's default), a write stores a record of exactly the descriptor's length under the
+// channel it carries.
+int32_t HandleSetting(Store* store, const control::CommandSpec& spec, const cmdframe::Request& request,
+                      cmdframe::Reply* reply) {
     if (request.op == cmdframe::kOpGet && request.payload.size() >= sizeof(uint64_t)) {
         uint64_t channelId = LeadingChannel(request.payload);
-        int found = store->GetSetting(static_cast<int>(request.cmd), channelId, &reply->payload);
+        int found = store->GetSetting(spec.code, channelId, &reply->payload);
         if (found == 0) {
-            reply->payload = DefaultSetting(request.cmd, channelId);
+            reply->payload = control::DefaultRecord(spec, channelId);
         }
         return found < 0 ? VW_FAILED : VW_SUCCESS;
     }
-    if (request.op == cmdframe::kOpSet && request.payload.size() == recordLen) {
-        bool stored = store->PutSetting(static_cast<int>(request.cmd), LeadingChannel(request.payload),
-                                        request.payload);
+    if (request.op == cmdframe::kOpSet && request.payload.size() == spec.record->recordSize) {
+        bool stored = store->PutSetting(spec.code, LeadingChannel(request.payload), request.payload);
         return stored ? VW_SUCCESS : VW_FAILED;
     }
     return VW_PARAM_ERROR;
-}
-
-// Times are "YYYY-MM-DDTHH:MM:SS": fixed width, so text order is time order.
-bool ValidTime(const char* text) {
-    static const char kPattern[] = "dddd-dd-ddTdd:dd:dd";
-    if (strlen(text) != sizeof(kPattern) - 1) {
-        return false;
-    }
-    for (size_t i = 0; kPattern[i] != '\0'; ++i) {
-        bool digit = text[i] >= '0' && text[i] <= '9';
-        if (kPattern[i] == 'd' ? !digit : text[i] != kPattern[i]) {
-            return false;
-        }
-    }
-    return true;
 }
 
 // A text field of a request record, cut at its end when the sender left it unterminated.
@@ -79,8 +48,8 @@ int32_t RunQuery(CommandContext* ctx, const HistoryRecordQueryPara& para, std::s
     HistoryFilter filter;
     filter.startTime = FieldText(para.StartTime, sizeof(para.StartTime));
     filter.endTime = FieldText(para.EndTime, sizeof(para.EndTime));
-    if ((!filter.startTime.empty() && !ValidTime(filter.startTime.c_str())) ||
-        !ValidTime(filter.endTime.c_str())) {
+    if ((!filter.startTime.empty() && !vks_state::ValidTime(filter.startTime.c_str())) ||
+        !vks_state::ValidTime(filter.endTime.c_str())) {
         return VW_PARAM_ERROR;
     }
     filter.channelId = para.ChannelId;
@@ -111,7 +80,7 @@ int32_t RunQuery(CommandContext* ctx, const HistoryRecordQueryPara& para, std::s
     return VW_SUCCESS;
 }
 
-// 7032: the query record at the body's start; the answer is a MSG_DATA naming the result file.
+// The history query: the query record at the body's start; the answer is a MSG_DATA naming the result file.
 void HandleQuery(CommandContext* ctx, const cmdframe::Request& request, cmdframe::Reply* reply) {
     if (request.op != cmdframe::kOpMsg) {
         reply->result = VW_PARAM_ERROR;  // only a message reply carries a MSG_DATA
@@ -128,7 +97,7 @@ void HandleQuery(CommandContext* ctx, const cmdframe::Request& request, cmdframe
     FillMsgResult(request.cmd, result, result == VW_SUCCESS ? path : "", reply);
 }
 
-// 22026: type 3 deletes the records of a time range, type 4 every record.
+// The history deletion: type 3 deletes the records of a time range, type 4 every record.
 int32_t HandleDelete(Store* store, const cmdframe::Request& request) {
     if (request.op != cmdframe::kOpSet || request.payload.size() < sizeof(HistoryRecordDeletePara)) {
         return VW_PARAM_ERROR;
@@ -138,8 +107,8 @@ int32_t HandleDelete(Store* store, const cmdframe::Request& request) {
     std::string start = FieldText(para.startTime, sizeof(para.startTime));
     std::string end = FieldText(para.endTime, sizeof(para.endTime));
     bool all = para.deleteType == HISTORY_DELETE_ALL;
-    if (!all && (para.deleteType != HISTORY_DELETE_IN_RANGE || !ValidTime(start.c_str()) ||
-                 !ValidTime(end.c_str()))) {
+    if (!all && (para.deleteType != HISTORY_DELETE_IN_RANGE || !vks_state::ValidTime(start.c_str()) ||
+                 !vks_state::ValidTime(end.c_str()))) {
         return VW_PARAM_ERROR;
     }
     return store->Delete(start, end, all) < 0 ? VW_FAILED : VW_SUCCESS;
@@ -159,20 +128,17 @@ void FillMsgResult(uint32_t cmd, int32_t result, const std::string& path, cmdfra
 }
 
 void HandleCommand(CommandContext* ctx, const cmdframe::Request& request, cmdframe::Reply* reply) {
-    switch (request.cmd) {
-        case VW_CMD_HISTORY_SWITCH:
-        case VW_CMD_DISPLAY_RECOG_INFOS:
-            reply->result = HandleSetting(ctx->store, request, reply);
-            break;
-        case VW_CMD_GET_HISTORY_RECORDS:
-            HandleQuery(ctx, request, reply);
-            return;  // the MSG_DATA carries the service's result; the frame's stays 0
-        case VW_CMD_DELETE_HISTORY_RECORDS:
-            reply->result = HandleDelete(ctx->store, request);
-            break;
-        default:
-            reply->result = VW_PARAM_ERROR;
-            break;
+    const control::CommandSpec* spec = control::FindCommand(COMMAND_ROAD_CMD, static_cast<int>(request.cmd));
+    CommandRole role = spec != nullptr ? spec->role : CommandRole::kService;
+    if (role == CommandRole::kSetting) {
+        reply->result = HandleSetting(ctx->store, *spec, request, reply);
+    } else if (role == CommandRole::kQuery) {
+        HandleQuery(ctx, request, reply);
+        return;  // the MSG_DATA carries the service's result; the frame's stays 0
+    } else if (role == CommandRole::kDelete) {
+        reply->result = HandleDelete(ctx->store, request);
+    } else {
+        reply->result = VW_PARAM_ERROR;  // not a command of this road
     }
     // A failed read carries no record: the client's record slot stays as it was.
     if (reply->result != VW_SUCCESS) {

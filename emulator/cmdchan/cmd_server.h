@@ -1,5 +1,6 @@
-// The emulator's command-channel server: history switch (22025), display flags (7037), history query
-// (7032) and deletion (22026), over SQLite state, with configurable faults.
+// The emulator's command-channel server: the commands of control/command_table.cpp's command-channel
+// road (history switch, display flags, history query and deletion), over SQLite state, with
+// configurable faults.
 #ifndef CMDCHAN_CMD_SERVER_H
 #define CMDCHAN_CMD_SERVER_H
 
@@ -20,8 +21,8 @@ struct FaultOptions {
     int command = 0;          // the command the faults apply to; 0 = every command
     int result = 0;           // non-zero: answer with this result and change nothing
     bool noReply = false;     // read the request and never answer (the connection stays open)
-    bool badPath = false;     // 7032: name a result file that does not exist
-    bool shrinkFile = false;  // 7032: cut the result file in half when it is opened the second time
+    bool badPath = false;     // history query: name a result file that does not exist
+    bool shrinkFile = false;  // history query: cut the result file in half when it is opened the second time
 };
 
 struct ServerOptions {

@@ -1,10 +1,9 @@
 #include "history_store.h"
 
-#include <stdio.h>
-
 #include <utility>
 
 #include "state_db.h"
+#include "state_rows.h"
 
 namespace cmdchan {
 namespace {
@@ -24,8 +23,6 @@ const char kSchema[] =
     " WHERE snap_time >= ?1 AND snap_time <= ?2 AND (?3 = 0 OR channel_id = ?3)" \
     " AND (?4 = 0 OR database_type = ?4) AND (?5 = 0 OR first_attri = ?5)"       \
     " AND (?6 = 0 OR second_attri = ?6) AND (?7 = 0 OR lib_id = ?7)"
-
-const int kDemoRecords = 24;
 
 // Ids are 64-bit unsigned on the wire; SQLite keeps them as the signed integer of the same bits.
 int64_t Signed(uint64_t value) {
@@ -105,40 +102,8 @@ bool Store::Seed(std::string* error) {
     return db_->Exec("COMMIT", error) == 0;
 }
 
-bool Store::ResetToDemo(vks_state::Database& db, std::string* error) {
-    std::string ignored;
-    if (db.Exec("BEGIN IMMEDIATE; DELETE FROM cmd_settings; DELETE FROM cmd_history_records;", error) != 0 ||
-        !InsertDemoRecords(db, error) || db.Exec("COMMIT", error) != 0) {
-        db.Exec("ROLLBACK", &ignored);
-        return false;
-    }
-    return true;
-}
-
 bool Store::InsertDemoRecords(vks_state::Database& db, std::string* error) {
-    vks_state::Statement insert(
-        db,
-        "INSERT INTO cmd_history_records (snap_time, channel_id, database_type, first_attri, second_attri,"
-        " lib_id, person_name, match_rate) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)");
-    for (int i = 0; i < kDemoRecords; ++i) {
-        char time[32];
-        char name[32];
-        snprintf(time, sizeof(time), "2024-05-01T%02d:%02d:00", 8 + i / 2, (i % 2) * 30);
-        snprintf(name, sizeof(name), "Person %02d", i + 1);
-        insert.Reset();
-        insert.Bind(1, std::string(time))
-            .Bind(2, int64_t{101 + i % 2})
-            .Bind(3, int64_t{i % 3 == 2 ? 2 : 1})
-            .Bind(4, int64_t{1 + i % 2})
-            .Bind(5, int64_t{i % 4})
-            .Bind(6, int64_t{1 + i % 3})
-            .Bind(7, std::string(name))
-            .Bind(8, int64_t{80 + i % 20});
-        if (!Run(insert, error)) {
-            return false;
-        }
-    }
-    return true;
+    return vks_state::InsertDemoRows(db, {"historyRecords"}, error);
 }
 
 int Store::GetSetting(int cmd, uint64_t channelId, std::vector<unsigned char>* record) {

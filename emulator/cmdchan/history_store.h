@@ -1,5 +1,6 @@
-// The command channel's state in the emulator's SQLite file: per-channel settings records (22025,
-// 7037) and the stored history records that 7032 queries and 22026 deletes. Tables are prefixed
+// The command channel's state in the emulator's SQLite file: per-channel settings records (the
+// setting commands of control/command_table.cpp) and the stored history records that the history
+// query reads and the history deletion removes. Tables are prefixed
 // "cmd_" so that they live beside the analysis service's own.
 #ifndef CMDCHAN_HISTORY_STORE_H
 #define CMDCHAN_HISTORY_STORE_H
@@ -65,8 +66,6 @@ public:
                std::vector<HistoryRow>* rows, long long* total);
     // Deletes the records in [startTime, endTime], or every record when all is set; -1 on error.
     long long Delete(const std::string& startTime, const std::string& endTime, bool all);
-    // Settings and records back to the demo data, on any connection to the state file.
-    static bool ResetToDemo(vks_state::Database& db, std::string* error);
 
 private:
     explicit Store(std::unique_ptr<vks_state::Database> db);

@@ -6,12 +6,15 @@
 #include <event2/keyvalq_struct.h>
 #include <event2/thread.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <thread>
 
 #include "control_answer.h"
 #include "control_guard.h"
 #include "fault_json.h"
+#include "scenario.h"
 #include "state_admin.h"
 #include "web_files.h"
 
@@ -45,6 +48,8 @@ struct ControlServer::Impl {
 namespace {
 
 const char kJson[] = "application/json; charset=utf-8";
+// The journal never keeps more than --journal-size allows.
+const uint64_t kJournalLimitMax = 100000;
 
 void SendJsonObject(struct evhttp_request* req, int code, json_object* value) {
     vks_web::SendText(
@@ -70,40 +75,62 @@ json_object* JsonBody(struct evhttp_request* req) {
     return value;
 }
 
-std::string QueryValue(struct evhttp_request* req, const char* key) {
-    struct evkeyvalq query;
-    const char* raw = evhttp_uri_get_query(evhttp_request_get_evhttp_uri(req));
-    std::string value;
-    if (raw != nullptr && evhttp_parse_query_str(raw, &query) == 0) {
-        const char* found = evhttp_find_header(&query, key);
-        value = found != nullptr ? found : "";
-        evhttp_clear_headers(&query);
-    }
-    return value;
+FaultTables Tables(const ControlTargets& t) {
+    return FaultTables{t.analysisFaults.get(), t.cmdFaults.get()};
 }
 
 json_object* FaultList(const ControlTargets& t) {
-    json_object* list = json_object_new_array();
-    for (const auto& f : t.analysisFaults->List()) {
-        json_object_array_add(list, FaultToJson(CONTROL_ROAD_ANALYSIS, f.first, f.second));
+    return control::FaultList(*t.analysisFaults, *t.cmdFaults);
+}
+
+const char* MethodName(enum evhttp_cmd_type method) {
+    switch (method) {
+        case EVHTTP_REQ_GET:
+            return "GET";
+        case EVHTTP_REQ_HEAD:
+            return "HEAD";
+        case EVHTTP_REQ_PUT:
+            return "PUT";
+        case EVHTTP_REQ_POST:
+            return "POST";
+        case EVHTTP_REQ_DELETE:
+            return "DELETE";
+        default:
+            return "this method";
     }
-    for (const auto& f : t.cmdFaults->List()) {
-        json_object_array_add(list, FaultToJson(CONTROL_ROAD_CMD, f.first, f.second));
+}
+
+// True when the route takes the request's method (HEAD wherever GET is); otherwise answers 405 with
+// the methods it takes in Allow.
+bool MethodAllowed(struct evhttp_request* req, const std::string& path,
+                   std::initializer_list<const char*> allowed) {
+    const char* method = MethodName(evhttp_request_get_command(req));
+    std::string list;
+    bool found = false;
+    for (const char* m : allowed) {
+        found = found || strcmp(m, method) == 0 || (strcmp(m, "GET") == 0 && strcmp(method, "HEAD") == 0);
+        list += (list.empty() ? "" : ", ") + std::string(m) + (strcmp(m, "GET") == 0 ? ", HEAD" : "");
     }
-    return list;
+    if (!found) {
+        evhttp_add_header(evhttp_request_get_output_headers(req), "Allow", list.c_str());
+        SendError(req, 405, std::string(method) + " is not a method of " + EchoedPath(path) + " (allowed: " + list + ")");
+    }
+    return found;
 }
 
 // /control/faults[/ROAD/COMMAND]: GET the list, DELETE all; PUT sets one, DELETE removes it.
-void Faults(ControlServer::Impl* s, struct evhttp_request* req, const std::string& rest) {
+void Faults(ControlServer::Impl* s, struct evhttp_request* req, const std::string& path,
+            const std::string& rest) {
     enum evhttp_cmd_type method = evhttp_request_get_command(req);
     if (rest.empty()) {
+        if (!MethodAllowed(req, path, {"GET", "DELETE"})) {
+            return;
+        }
         if (method == EVHTTP_REQ_DELETE) {
             s->targets.analysisFaults->Clear();
             s->targets.cmdFaults->Clear();
         }
-        return method == EVHTTP_REQ_GET || method == EVHTTP_REQ_DELETE
-                   ? SendJsonObject(req, 200, FaultList(s->targets))
-                   : SendError(req, 405, "GET or DELETE");
+        return SendJsonObject(req, 200, FaultList(s->targets));
     }
     size_t slash = rest.find('/', 1);
     std::string road = rest.substr(1, slash == std::string::npos ? std::string::npos : slash - 1);
@@ -111,18 +138,16 @@ void Faults(ControlServer::Impl* s, struct evhttp_request* req, const std::strin
     if (slash == std::string::npos || !ParseCommand(road, rest.substr(slash + 1), &command)) {
         return SendError(req, 404,
                          "no such fault target: " + EchoedPath(rest) +
-                             " (roads " CONTROL_ROAD_ANALYSIS
-                             ": 229, 1201, 1202, 1203, all; " CONTROL_ROAD_CMD
-                             ": 7032, 7037, 22025, 22026, all)");
+                             " (GET /control/commands lists the commands of each road, or all)");
+    }
+    if (!MethodAllowed(req, path, {"PUT", "DELETE"})) {
+        return;
     }
     faults::FaultTable& table =
         road == CONTROL_ROAD_ANALYSIS ? *s->targets.analysisFaults : *s->targets.cmdFaults;
     if (method == EVHTTP_REQ_DELETE) {
         return table.Remove(command) ? SendJsonObject(req, 200, FaultList(s->targets))
                                      : SendError(req, 404, "no fault for " + EchoedPath(rest));
-    }
-    if (method != EVHTTP_REQ_PUT) {
-        return SendError(req, 405, "PUT or DELETE");
     }
     json_object* body = JsonBody(req);
     faults::Fault fault;
@@ -143,11 +168,15 @@ void StateChanged(ControlServer::Impl* s) {
 }
 
 // /control/state[/KIND | /reset]
-void State(ControlServer::Impl* s, struct evhttp_request* req, const std::string& rest) {
+void State(ControlServer::Impl* s, struct evhttp_request* req, const std::string& path,
+           const std::string& rest) {
     enum evhttp_cmd_type method = evhttp_request_get_command(req);
     std::string kind = rest.empty() ? "" : rest.substr(1);
     std::string error;
-    if (kind == "reset" && method == EVHTTP_REQ_POST) {
+    if (kind == "reset") {
+        if (!MethodAllowed(req, path, {"POST"})) {
+            return;
+        }
         bool reset = s->state->ResetToDemo(&error);
         StateChanged(s);  // a failed reset may have changed part of it
         return reset ? SendJsonObject(req, 200, s->state->ReadAll()) : SendError(req, 500, error);
@@ -155,13 +184,13 @@ void State(ControlServer::Impl* s, struct evhttp_request* req, const std::string
     if (!kind.empty() && !StateAdmin::Known(kind)) {
         return SendError(req, 404, "no such state kind: " + EchoedPath(kind));
     }
-    if (method == EVHTTP_REQ_GET) {
+    if (!(kind.empty() ? MethodAllowed(req, path, {"GET"}) : MethodAllowed(req, path, {"GET", "PUT"}))) {
+        return;
+    }
+    if (method != EVHTTP_REQ_PUT) {
         json_object* value = kind.empty() ? s->state->ReadAll() : s->state->Read(kind);
         return value != nullptr ? SendJsonObject(req, 200, value)
                                 : SendError(req, 500, "state file read failed");
-    }
-    if (method != EVHTTP_REQ_PUT || kind.empty()) {
-        return SendError(req, 405, kind.empty() ? "GET" : "GET or PUT");
     }
     json_object* rows = JsonBody(req);
     if (rows != nullptr && !s->state->Replace(kind, rows, &error)) {
@@ -173,19 +202,108 @@ void State(ControlServer::Impl* s, struct evhttp_request* req, const std::string
     json_object_put(rows);
 }
 
-// /control/journal?road=&command=&since=&limit=: GET filtered, DELETE clears.
-void JournalRoute(ControlServer::Impl* s, struct evhttp_request* req) {
-    enum evhttp_cmd_type method = evhttp_request_get_command(req);
-    if (method == EVHTTP_REQ_DELETE) {
-        s->targets.journal->Clear();
-    } else if (method != EVHTTP_REQ_GET) {
-        return SendError(req, 405, "GET or DELETE");
+// /control/scenario: GET exports the state and the faults as one document, PUT imports one.
+void Scenario(ControlServer::Impl* s, struct evhttp_request* req, const std::string& path) {
+    if (!MethodAllowed(req, path, {"GET", "PUT"})) {
+        return;
+    }
+    std::string error;
+    if (evhttp_request_get_command(req) == EVHTTP_REQ_PUT) {
+        json_object* scenario = JsonBody(req);
+        if (scenario == nullptr) {
+            return;
+        }
+        bool imported = ImportScenario(*s->state, Tables(s->targets), scenario, &error);
+        json_object_put(scenario);
+        if (!imported) {
+            return SendError(req, 400, error);
+        }
+        StateChanged(s);
+    }
+    json_object* scenario = ExportScenario(*s->state, Tables(s->targets));
+    return scenario != nullptr ? SendJsonObject(req, 200, scenario)
+                               : SendError(req, 500, "state file read failed");
+}
+
+// A journal filter's number: digits only, at most max; false with the reason.
+bool FilterNumber(const std::string& key, const std::string& text, uint64_t max, uint64_t* value,
+                  std::string* error) {
+    char* end = nullptr;
+    errno = 0;
+    unsigned long long n = strtoull(text.c_str(), &end, 10);
+    if (text.empty() || text[0] < '0' || text[0] > '9' || *end != '\0' || errno == ERANGE || n > max) {
+        *error = key + "=" + text + ": an integer in 0.." + std::to_string(max) + " is expected";
+        return false;
+    }
+    *value = n;
+    return true;
+}
+
+bool KnownCommand(const std::string& road, int command) {
+    for (const char* known : Roads()) {
+        if ((road.empty() || road == known) && FindCommand(known, command) != nullptr) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The journal's filters from the query; false with the reason for the first bad one.
+bool ReadFilter(struct evhttp_request* req, JournalFilter* filter, std::string* error) {
+    const char* raw = evhttp_uri_get_query(evhttp_request_get_evhttp_uri(req));
+    struct evkeyvalq query;
+    if (raw == nullptr) {
+        return true;
+    }
+    if (evhttp_parse_query_str(raw, &query) != 0) {
+        *error = "the query cannot be read";
+        return false;
+    }
+    bool ok = true;
+    for (struct evkeyval* kv = query.tqh_first; ok && kv != nullptr; kv = kv->next.tqe_next) {
+        std::string key = kv->key;
+        std::string value = kv->value;
+        uint64_t n = 0;
+        if (key == "road") {
+            ok = KnownRoad(value.c_str());
+            filter->road = value;
+            *error = ok ? "" : "road=" + value + ": not a road (analysis or command-channel)";
+        } else if (key == "command") {
+            ok = FilterNumber(key, value, INT32_MAX, &n, error);
+            filter->command = static_cast<int>(n);
+        } else if (key == "since") {
+            ok = FilterNumber(key, value, UINT64_MAX, &n, error);
+            filter->since = n;
+        } else if (key == "limit") {
+            ok = FilterNumber(key, value, kJournalLimitMax, &n, error);
+            filter->limit = static_cast<size_t>(n);
+        } else {
+            ok = false;
+            *error = key + ": not a filter of the journal (road, command, since, limit)";
+        }
+    }
+    evhttp_clear_headers(&query);
+    if (ok && filter->command != 0 && !KnownCommand(filter->road, filter->command)) {
+        *error = "command=" + std::to_string(filter->command) + ": not a command of " +
+                 (filter->road.empty() ? std::string("either road") : filter->road) +
+                 " (GET /control/commands lists them)";
+        return false;
+    }
+    return ok;
+}
+
+// /control/journal?road=&command=&since=&limit=: GET filtered (every filter checked), DELETE clears.
+void JournalRoute(ControlServer::Impl* s, struct evhttp_request* req, const std::string& path) {
+    if (!MethodAllowed(req, path, {"GET", "DELETE"})) {
+        return;
     }
     JournalFilter filter;
-    filter.road = QueryValue(req, "road");
-    filter.command = atoi(QueryValue(req, "command").c_str());
-    filter.since = strtoull(QueryValue(req, "since").c_str(), nullptr, 10);
-    filter.limit = strtoul(QueryValue(req, "limit").c_str(), nullptr, 10);
+    std::string error;
+    if (evhttp_request_get_command(req) == EVHTTP_REQ_DELETE) {
+        s->targets.journal->Clear();  // takes no filter: everything goes
+    } else if (!ReadFilter(req, &filter, &error)) {
+        return SendError(req, 400, error);
+    }
     vks_web::SendText(req, 200, kJson, s->targets.journal->ToJson(filter));
 }
 
@@ -209,11 +327,17 @@ void OnRequest(struct evhttp_request* req, void* arg) {
     } else if (under("/console", &rest)) {
         vks_web::SendFile(req, root, "web/console" + rest, &RefuseFile);
     } else if (under("/control/faults", &rest)) {
-        Faults(s, req, rest);
+        Faults(s, req, path, rest);
     } else if (under("/control/state", &rest)) {
-        State(s, req, rest);
+        State(s, req, path, rest);
+    } else if (path == "/control/scenario") {
+        Scenario(s, req, path);
+    } else if (path == "/control/commands") {
+        if (MethodAllowed(req, path, {"GET"})) {
+            SendJsonObject(req, 200, CommandList());
+        }
     } else if (path == "/control/journal") {
-        JournalRoute(s, req);
+        JournalRoute(s, req, path);
     } else {
         SendError(req, 404, "no such path: " + EchoedPath(path));
     }

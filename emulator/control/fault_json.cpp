@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "command_table.h"
 #include "journal.h"
 
 namespace control {
@@ -92,22 +93,45 @@ bool FaultFromJson(json_object* object, faults::Fault* f, std::string* error) {
 }
 
 bool ParseCommand(const std::string& road, const std::string& text, int* command) {
-    static const int kAnalysis[] = {229, 1201, 1202, 1203};
-    static const int kCmd[] = {7032, 7037, 22025, 22026};
+    if (!KnownRoad(road.c_str())) {
+        return false;
+    }
     if (text == "all") {
         *command = FAULTS_ALL_COMMANDS;
-        return road == JOURNAL_ROAD_DXMP || road == JOURNAL_ROAD_CMD;
+        return true;
     }
     char* end = nullptr;
     long value = strtol(text.c_str(), &end, 10);
-    const int* known = road == JOURNAL_ROAD_DXMP ? kAnalysis : road == JOURNAL_ROAD_CMD ? kCmd : nullptr;
-    for (int i = 0; known != nullptr && !text.empty() && *end == '\0' && i < 4; ++i) {
-        if (known[i] == value) {
-            *command = known[i];
-            return true;
-        }
+    bool number = !text.empty() && *end == '\0' && value >= INT32_MIN && value <= INT32_MAX;
+    if (!number || FindCommand(road.c_str(), static_cast<int>(value)) == nullptr) {
+        return false;
     }
-    return false;
+    *command = static_cast<int>(value);
+    return true;
+}
+
+json_object* FaultList(const faults::FaultTable& analysis, const faults::FaultTable& cmd) {
+    json_object* list = json_object_new_array();
+    for (const auto& f : analysis.List()) {
+        json_object_array_add(list, FaultToJson(COMMAND_ROAD_ANALYSIS, f.first, f.second));
+    }
+    for (const auto& f : cmd.List()) {
+        json_object_array_add(list, FaultToJson(COMMAND_ROAD_CMD, f.first, f.second));
+    }
+    return list;
+}
+
+json_object* CommandList() {
+    json_object* list = json_object_new_array();
+    for (const CommandSpec& spec : Commands()) {
+        json_object* row = json_object_new_object();
+        json_object_object_add(row, "road", json_object_new_string(spec.road));
+        json_object_object_add(row, "command", json_object_new_int(spec.code));
+        json_object_object_add(row, "name", json_object_new_string(spec.name));
+        json_object_object_add(row, "stateKind", json_object_new_string(spec.stateKind));
+        json_object_array_add(list, row);
+    }
+    return list;
 }
 
 }  // namespace control

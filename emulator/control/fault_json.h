@@ -18,6 +18,10 @@ json_object* FaultToJson(const char* road, int command, const faults::Fault& fau
 bool FaultFromJson(json_object* object, faults::Fault* fault, std::string* error);
 // The command of a road from its text ("all" or a number the road knows); false when it is not one.
 bool ParseCommand(const std::string& road, const std::string& text, int* command);
+// The faults of both roads as the control port lists them: analysis first, by command.
+json_object* FaultList(const faults::FaultTable& analysis, const faults::FaultTable& cmd);
+// The command table as the control port lists it: [{"road", "command", "name", "stateKind"}, ...].
+json_object* CommandList();
 
 }  // namespace control
 

@@ -88,6 +88,11 @@ Fault FaultTable::Draw(int command) {
     return fault;
 }
 
+void FaultTable::Replace(const std::map<int, Fault>& faults) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    faults_ = faults;
+}
+
 void FaultTable::Clear() {
     std::lock_guard<std::mutex> lock(mutex_);
     faults_.clear();

@@ -37,6 +37,8 @@ public:
     void Set(int command, const Fault& fault);
     bool Remove(int command);
     void Clear();
+    // Every fault at once: a reader sees the old table or the new one, never a mix.
+    void Replace(const std::map<int, Fault>& faults);
     std::map<int, Fault> List() const;
     // The command's own fault, else the one for all commands, else none.
     Fault For(int command) const;

@@ -10,10 +10,12 @@
 #include <mutex>
 #include <string>
 
+#include "command_table.h"
+
 namespace control {
 
-#define JOURNAL_ROAD_DXMP "analysis"
-#define JOURNAL_ROAD_CMD "command-channel"
+#define JOURNAL_ROAD_DXMP COMMAND_ROAD_ANALYSIS
+#define JOURNAL_ROAD_CMD COMMAND_ROAD_CMD
 
 struct JournalFilter {
     std::string road;    // empty: both

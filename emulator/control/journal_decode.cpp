@@ -7,8 +7,8 @@
 
 #include "dxmp_message.h"
 #include "intelligent/comm/vks_multi_task_records.h"
+#include "command_table.h"
 #include "record_fields.h"
-#include "unix_cmd_channel.h"
 
 namespace control {
 namespace {
@@ -50,29 +50,27 @@ const char* CommandOp(uint16_t op) {
                                     : "other";
 }
 
-// The record a command body or reply carries, by command and operation; none when unknown.
+// The record a command body or reply carries, by the command's descriptor and the operation; none
+// when the command is unknown or the operation carries no record.
 bool CommandFields(uint32_t cmd, uint16_t op, bool reply, Fields* out) {
+    const CommandSpec* spec = FindCommand(COMMAND_ROAD_CMD, static_cast<int>(cmd));
+    const Fields* fields = nullptr;
     bool get = op == cmdframe::kOpGet;
-    if (cmd == VW_CMD_HISTORY_SWITCH || cmd == VW_CMD_DISPLAY_RECOG_INFOS) {
-        if (get && !reply) {
-            *out = kChannelFields;
-            return true;
-        }
-        if (get == reply) {  // a get's reply and a set's request carry the record
-            *out = cmd == VW_CMD_HISTORY_SWITCH ? kSwitchFields : kDisplayFields;
-            return true;
-        }
+    if (spec == nullptr) {
         return false;
+    } else if (spec->role == CommandRole::kSetting && get && !reply) {
+        fields = &kChannelFields;  // a read names its channel
+    } else if (spec->role == CommandRole::kSetting && get == reply) {
+        fields = spec->record;  // a get's reply and a set's request carry the record
+    } else if (spec->role == CommandRole::kQuery && op == cmdframe::kOpMsg) {
+        fields = reply ? spec->reply : spec->record;
+    } else if (spec->role == CommandRole::kDelete && op == cmdframe::kOpSet && !reply) {
+        fields = spec->record;
     }
-    if (cmd == VW_CMD_GET_HISTORY_RECORDS && op == cmdframe::kOpMsg) {
-        *out = reply ? kMsgReplyFields : kQueryFields;
-        return true;
+    if (fields != nullptr) {
+        *out = *fields;
     }
-    if (cmd == VW_CMD_DELETE_HISTORY_RECORDS && op == cmdframe::kOpSet && !reply) {
-        *out = kDeleteFields;
-        return true;
-    }
-    return false;
+    return fields != nullptr;
 }
 
 json_object* Body(uint32_t cmd, uint16_t op, bool reply, const std::vector<unsigned char>& payload) {
@@ -105,8 +103,9 @@ json_object* DxmpRequest(const analysis::Request& request, bool decoded) {
     json_object_object_add(out, "items", items);
     json_object_object_add(out, "contentLength",
                            json_object_new_int64(static_cast<int64_t>(request.content.size())));
-    if (request.uri == VKS_URI_FACE_REC_POPUP && !request.content.empty()) {
-        json_object_object_add(out, "content", DecodeBytes(kPopUpFields, request.content));
+    const CommandSpec* spec = FindCommand(COMMAND_ROAD_ANALYSIS, request.uri);
+    if (spec != nullptr && spec->record != nullptr && !request.content.empty()) {
+        json_object_object_add(out, "content", DecodeBytes(*spec->record, request.content));
     }
     return out;
 }

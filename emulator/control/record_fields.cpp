@@ -53,33 +53,17 @@ const FieldSpec* Find(const Fields& fields, const char* name) {
     return nullptr;
 }
 
-bool Store(const FieldSpec& f, json_object* value, unsigned char* at, std::string* error) {
+void Store(const FieldSpec& f, json_object* value, unsigned char* at) {
     if (f.kind == kText) {
         const char* text = json_object_get_string(value);
-        size_t len = strlen(text);
-        if (!json_object_is_type(value, json_type_string) || len >= f.size) {
-            *error = std::string(f.name) + ": a text of at most " + std::to_string(f.size - 1) + " bytes";
-            return false;
-        }
-        memcpy(at, text, len);
-        return true;
-    }
-    int64_t v = json_object_get_int64(value);
-    bool inRange = f.kind == kU64   ? v >= 0 || json_object_get_uint64(value) > INT64_MAX
-                   : f.kind == kI32 ? v >= INT32_MIN && v <= INT32_MAX
-                                    : v >= 0 && v <= UINT32_MAX;
-    if (!json_object_is_type(value, json_type_int) || !inRange) {
-        *error = std::string(f.name) + ": an integer in the field's range";
-        return false;
-    }
-    if (f.kind == kU64) {
+        memcpy(at, text, strlen(text));  // checked to fit with its NUL
+    } else if (f.kind == kU64) {
         uint64_t u = json_object_get_uint64(value);
         memcpy(at, &u, sizeof(u));
     } else {
-        int32_t narrow = static_cast<int32_t>(v);
+        int32_t narrow = static_cast<int32_t>(json_object_get_int64(value));
         memcpy(at, &narrow, sizeof(narrow));
     }
-    return true;
 }
 
 }  // namespace
@@ -123,22 +107,29 @@ json_object* DecodeFields(const Fields& fields, const uint8_t* data, size_t len)
     return out;
 }
 
+std::vector<vks_state::KeyRule> FieldRules(const Fields& fields) {
+    std::vector<vks_state::KeyRule> rules;
+    for (size_t i = 0; i < fields.count; ++i) {
+        const FieldSpec& f = fields.specs[i];
+        using vks_state::KeyRule;
+        rules.push_back(f.kind == kU64 ? KeyRule{f.name, KeyRule::kInteger, 0, vks_state::kU64Max, true}
+                        : f.kind == kI32
+                            ? KeyRule{f.name, KeyRule::kInteger, vks_state::kI32Min, vks_state::kI32Max, true}
+                        : f.kind == kU32 ? KeyRule{f.name, KeyRule::kInteger, 0, vks_state::kU32Max, true}
+                                         : KeyRule{f.name, KeyRule::kText, 0, f.size - 1, true});
+    }
+    return rules;
+}
+
 bool EncodeFields(const Fields& fields, json_object* object, std::vector<unsigned char>* record,
                   std::string* error) {
     record->assign(fields.recordSize, 0);
-    if (!json_object_is_type(object, json_type_object)) {
-        *error = "an object is expected";
+    if (!vks_state::CheckRow(FieldRules(fields), object, error)) {
         return false;
     }
     json_object_object_foreach(object, key, value) {
         const FieldSpec* f = Find(fields, key);
-        if (f == nullptr) {
-            *error = std::string("unknown key ") + key;
-            return false;
-        }
-        if (!Store(*f, value, record->data() + f->offset, error)) {
-            return false;
-        }
+        Store(*f, value, record->data() + f->offset);
     }
     return true;
 }

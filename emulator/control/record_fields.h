@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "state_rows.h"
+
 namespace control {
 
 enum Kind { kU64, kI32, kU32, kText };
@@ -27,16 +29,18 @@ struct Fields {
     size_t recordSize;
 };
 
-// The records: a command body's leading channel, the pop-up switches (229), the history switch
-// (22025), the display settings (7037), the history query (7032) and deletion (22026), the reply
-// fields of a query, and the fixed part of the enable-list request block (0xB010).
+// The records: a command body's leading channel, the pop-up switches, the history switch, the display
+// settings, the history query and deletion, the reply fields of a query, and the fixed part of the
+// enable-list request block (0xB010). Which command carries which: command_table.cpp.
 extern const Fields kChannelFields, kPopUpFields, kSwitchFields, kDisplayFields, kQueryFields, kDeleteFields,
     kMsgReplyFields, kBlockFields;
 
 // The fields that lie wholly within the bytes, little-endian as the records travel.
 json_object* DecodeFields(const Fields& fields, const uint8_t* data, size_t len);
-// A zero-filled record of fields.recordSize with the object's keys written in; false with the reason
-// when a key is unknown or its value is not of the field's type or range.
+// Each field as a key every row must carry, with the range of its type.
+std::vector<vks_state::KeyRule> FieldRules(const Fields& fields);
+// A zero-filled record of fields.recordSize with the object's keys written in; false with "KEY: why"
+// when a key is unknown or missing or its value is not of the field's type or range.
 bool EncodeFields(const Fields& fields, json_object* object, std::vector<unsigned char>* record,
                   std::string* error);
 

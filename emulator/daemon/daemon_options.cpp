@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "command_table.h"
 #include "web_files.h"
 
 namespace {
@@ -29,6 +30,8 @@ bool ParseOne(const std::string& name, const std::string& value, DaemonOptions* 
         }
     } else if (name == "--allow-host" && !value.empty()) {
         options->control.allowHosts.push_back(value);
+    } else if (name == "--scenario" && !value.empty()) {
+        options->scenarioPath = value;
     } else if (name == "--web-root" && !value.empty()) {
         options->control.webRoot = value;
     } else if (name == "--db" && !value.empty()) {
@@ -39,6 +42,22 @@ bool ParseOne(const std::string& name, const std::string& value, DaemonOptions* 
         return options->faults->ParseOption(name, value) || cmdchan::ParseOption(name, value, &options->cmd);
     }
     return true;
+}
+
+// Every start-up fault names a command of its road (from the command table) or all of them.
+int KnownFaultTargets(const DaemonOptions& options, std::string* error) {
+    const std::pair<const char*, const faults::FaultTable*> tables[] = {
+        {COMMAND_ROAD_ANALYSIS, options.faults.get()}, {COMMAND_ROAD_CMD, options.cmdFaults.get()}};
+    for (const auto& table : tables) {
+        for (const auto& fault : table.second->List()) {
+            if (fault.first != FAULTS_ALL_COMMANDS &&
+                control::FindCommand(table.first, fault.first) == nullptr) {
+                *error = "no command " + std::to_string(fault.first) + " on the " + table.first + " road";
+                return -1;
+            }
+        }
+    }
+    return 0;
 }
 
 }  // namespace
@@ -75,7 +94,7 @@ int ParseDaemonOptions(int argc, char** argv, DaemonOptions* options, std::strin
         f.result = 0;
         f.noReply = false;
     }
-    return 0;
+    return KnownFaultTargets(*options, error);
 }
 
 std::string DaemonUsage() {
@@ -93,6 +112,10 @@ std::string DaemonUsage() {
                ")\n"
                "  --control-port=PORT      serve the control API and console on 127.0.0.1:PORT (0: any free "
                "port; default: none)\n"
+               "  --scenario=FILE          load a scenario file (state and faults, see docs/control-api.md) "
+               "at "
+               "start;\n"
+               "                           fault options given beside it are added over its faults\n"
                "  --journal-size=N         requests the control API's journal keeps (default 500)\n"
                "  --allow-host=NAME        a name the control port answers to in Host besides 127.0.0.1,\n"
                "                           localhost and [::1] (repeatable); any other Host gets 421\n"

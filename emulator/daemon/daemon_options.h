@@ -22,6 +22,7 @@ struct DaemonOptions {
         std::make_shared<faults::FaultTable>();  // command channel
     cmdchan::ServerOptions cmd;
     control::ControlOptions control;  // off unless --control-port is given
+    std::string scenarioPath;         // --scenario: loaded into the state and faults at start
 };
 
 // 0, or -1 with the offending argument in *error. Options are "--name=value", "--name value" or a

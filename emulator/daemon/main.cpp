@@ -5,6 +5,7 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
+#include <map>
 #include <memory>
 #include <string>
 #include <thread>
@@ -13,6 +14,7 @@
 #include "daemon_options.h"
 #include "journal_decode.h"
 #include "kit_dir.h"
+#include "scenario.h"
 #include "srvfs/file_system.h"
 #include "srvfs/mount_point.h"
 
@@ -75,6 +77,23 @@ void StopAtOnceOnSecondSignal(const sigset_t& stopSignals, const std::string& mo
     }).detach();
 }
 
+// The scenario file before any service reads the state; the fault options of the command line
+// stay, over the scenario's faults.
+bool LoadScenario(const DaemonOptions& options, std::string* error) {
+    std::map<int, faults::Fault> given[] = {options.faults->List(), options.cmdFaults->List()};
+    if (!control::LoadScenarioFile(options.scenarioPath, options.dbPath,
+                                   {options.faults.get(), options.cmdFaults.get()}, error)) {
+        return false;
+    }
+    for (const auto& f : given[0]) {
+        options.faults->Set(f.first, f.second);
+    }
+    for (const auto& f : given[1]) {
+        options.cmdFaults->Set(f.first, f.second);
+    }
+    return true;
+}
+
 int Serve(const DaemonOptions& options, const sigset_t& stopSignals) {
     std::string error;
     std::string note;
@@ -86,6 +105,9 @@ int Serve(const DaemonOptions& options, const sigset_t& stopSignals) {
     }
     if (!note.empty()) {
         fprintf(stderr, "vks_emulator: %s\n", note.c_str());
+    }
+    if (!options.scenarioPath.empty() && !LoadScenario(options, &error)) {
+        return Fail(error);
     }
     std::shared_ptr<analysis::AnalysisStore> store = analysis::AnalysisStore::Open(options.dbPath, &error);
     if (store == nullptr) {

@@ -4,7 +4,7 @@
 // journal shows that request. Screenshots of both pages go to $VKS_SCREENSHOTS.
 import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
-import { mkdirSync } from "node:fs";
+import { mkdirSync, readFileSync } from "node:fs";
 import { after, before, test } from "node:test";
 import { chromium } from "playwright-core";
 import { startKit, tryEnableList } from "./kit.mjs";
@@ -75,5 +75,28 @@ test("console: task list, a fault set in the page reaches curl, the journal show
     assert.match(await row.first().innerText(), /command-channel\s+22025\s+get[\s\S]*"channelId":101[\s\S]*yes/);
     await page.screenshot({ path: `${shots}/console.png`, fullPage: true });
     assert.deepEqual(page.violations, []);
+    await page.close();
+});
+
+test("console: a scenario exported to a file and imported from one", { timeout: 60000 }, async () => {
+    const page = await newPage();
+    await page.goto(kit.control + "/");
+    await page.waitForFunction(() => document.querySelectorAll("#tasks tbody tr").length === 4);
+    const [download] = await Promise.all([page.waitForEvent("download"), page.click("#scenario-export")]);
+    const saved = JSON.parse(readFileSync(await download.path(), "utf8"));
+    assert.deepEqual(saved, (await kit.ctl("GET", "/control/scenario")).value);
+
+    const changed = { ...saved, state: { ...saved.state, tasks: saved.state.tasks.slice(0, 1) } };
+    await page.setInputFiles("#scenario-file", { name: "s.json", mimeType: "application/json",
+        buffer: Buffer.from(JSON.stringify(changed)) });
+    await page.waitForFunction(() => document.querySelectorAll("#tasks tbody tr").length === 1);
+    assert.deepEqual((await kit.ctl("GET", "/control/scenario")).value, changed);
+
+    const bad = { ...saved, state: { ...saved.state, counts: [{ slot: 5, available: 0, capacity: 0 }] } };
+    await page.setInputFiles("#scenario-file", { name: "bad.json", mimeType: "application/json",
+        buffer: Buffer.from(JSON.stringify(bad)) });
+    await page.locator("#scenario-error", { hasText: "counts row 0: slot: 5 is not" }).waitFor();
+    assert.deepEqual((await kit.ctl("GET", "/control/scenario")).value, changed);
+    await kit.ctl("PUT", "/control/scenario", saved);
     await page.close();
 });

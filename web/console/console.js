@@ -2,10 +2,8 @@
 // second) and changes them through the same API. Plain DOM, no build step.
 "use strict";
 
-const COMMANDS = {
-  analysis: ["all", 229, 1201, 1202, 1203],
-  "command-channel": ["all", 7032, 7037, 22025, 22026],
-};
+// Each road's commands, from the emulator's own command table (GET /control/commands).
+const commands = {};
 const $ = (id) => document.getElementById(id);
 let lastSeq = 0;
 
@@ -125,7 +123,40 @@ async function refresh() {
 }
 
 function fillCommands() {
-  $("fault-command").replaceChildren(...COMMANDS[$("fault-road").value].map((c) => new Option(String(c), String(c))));
+  const list = ["all", ...(commands[$("fault-road").value] || [])];
+  $("fault-command").replaceChildren(...list.map((c) => new Option(String(c), String(c))));
+}
+
+async function loadCommands() {
+  try {
+    for (const c of await call("GET", "/control/commands")) (commands[c.road] ||= []).push(c.command);
+  } catch (e) {
+    $("fault-error").textContent = "command list: " + e.message;
+  }
+  fillCommands();
+}
+
+// A scenario (state and faults) saved as a file, and one read from a file put in their place.
+async function exportScenario() {
+  const scenario = await call("GET", "/control/scenario");
+  const link = $("scenario-download");
+  URL.revokeObjectURL(link.href);
+  link.href = URL.createObjectURL(new Blob([JSON.stringify(scenario, null, 1)], { type: "application/json" }));
+  link.download = "scenario.json";
+  link.click();
+}
+
+async function importScenario() {
+  const file = $("scenario-file").files[0];
+  if (!file) return;
+  try {
+    await call("PUT", "/control/scenario", JSON.parse(await file.text()));
+    $("scenario-error").textContent = "";
+  } catch (e) {
+    $("scenario-error").textContent = e.message;
+  }
+  $("scenario-file").value = "";
+  refresh();
 }
 
 function number(id) {
@@ -163,6 +194,9 @@ $("journal-clear").onclick = async () => {
 };
 $("journal-road").onchange = () => { $("journal").tBodies[0].replaceChildren(); lastSeq = 0; refresh(); };
 
-fillCommands();
+$("scenario-export").onclick = exportScenario;
+$("scenario-file").onchange = importScenario;
+
+loadCommands();
 refresh();
 setInterval(refresh, 1000);
