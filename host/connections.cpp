@@ -361,11 +361,15 @@ Connection* RequestArrived(AccessServer* server, struct evhttp_request* req) {
     struct evhttp_connection* evcon = evhttp_request_get_connection(req);
     struct bufferevent* bev = evhttp_connection_get_bufferevent(evcon);
     auto found = server->connectionsByBev.find(bev);
-    Connection* conn = found != server->connectionsByBev.end() ? found->second : Track(server, bev);
+    bool known = found != server->connectionsByBev.end();
+    Connection* conn = known ? found->second : Track(server, bev);
     if (conn != nullptr) {
         Adopt(conn, evcon);
         evtimer_del(conn->headerTimer);
         ++conn->arrived;
+        if (!known) {
+            conn->handedOn = conn->arrived;  // tracked late: this request came in past the framing
+        }
     }
     return conn;
 }
