@@ -2,8 +2,6 @@
 
 #include <event2/buffer.h>
 
-#include <algorithm>
-
 namespace vks_host {
 namespace {
 
@@ -52,14 +50,14 @@ size_t HeadEnd(RequestFraming* f, size_t* next) {
 }
 
 // A head beyond the bound: the request line alone (414) or the block (431). The envelope names
-// what the request line gives of the target.
+// what the request line gives of the target (cut to its field there).
 int RefuseLongHead(RequestFraming* f, struct evbuffer* out) {
     size_t lineEnd = f->pending.find('\n');
     bool lineTooLong = lineEnd == std::string::npos || lineEnd >= f->maxHead;
     std::string line = f->pending.substr(0, lineTooLong ? f->maxHead : lineEnd);
     size_t space = line.find(' ');
     std::string target = space == std::string::npos ? "" : line.substr(space + 1);
-    f->request.target = target.substr(0, std::min<size_t>(target.find(' '), 255));
+    f->request.target = target.substr(0, target.find(' '));
     f->request.head = line.compare(0, 5, "HEAD ") == 0;
     return lineTooLong ? RefuseRequest(f, 414, "URI Too Long", out)
                        : RefuseRequest(f, 431, "Request Header Fields Too Large", out);
