@@ -25,6 +25,7 @@
 #include "loop_events.h"
 #include "phases.h"
 #include "request_ctx.h"
+#include "request_framing.h"
 #include "request_guard.h"
 #include "request_header.h"
 #include "status_map.h"
@@ -35,7 +36,6 @@
 namespace vks_host {
 namespace {
 
-constexpr size_t kMaxRequestBody = 1u << 20;
 constexpr const char kApiPrefix[] = "/api/";
 
 void SubmitJob(RequestCtx* ctx, Stage stage);
@@ -439,6 +439,13 @@ RequestCtx* NewRequest(AccessServer* server, struct evhttp_request* req, const H
 void OnHttpRequest(struct evhttp_request* req, void* arg) {
     auto* server = static_cast<AccessServer*>(arg);
     Connection* conn = RequestArrived(server, req);
+    Refusal refusal;
+    if (const RequestHead* refused = RefusedRequest(conn, &refusal)) {
+        // Before every other check: the stand-in itself is nothing a client sent.
+        AnswerHandedOver(conn, req);
+        SendJsonErrorFor(req, refusal.code, refusal.reason, refused->target.c_str());
+        return;
+    }
     if (RefuseMisdirected(server->hosts, req)) {
         return;
     }

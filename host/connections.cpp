@@ -16,6 +16,7 @@
 #include "host_log.h"
 #include "http_answer.h"
 #include "loop_events.h"
+#include "request_framing.h"
 #include "tls.h"
 
 namespace vks_host {
@@ -31,6 +32,11 @@ struct Connection {
     struct event* adopt;        // one pass of the loop after the accept: evhttp has set up evcon
     RequestCtx* ctx;
     int unsent;  // answers handed to evhttp and not yet written whole
+    RequestFraming framing;
+    bool framingInput;  // FrameInput is moving the input: its own changes are not looked at
+    int handedOn;       // requests handed to evhttp (request_framing.h)
+    int arrived;        // requests evhttp delivered
+    int standIn;        // which of them stands in for a refused request (0: none)
 };
 
 namespace {
@@ -122,13 +128,42 @@ void OnHeaderTimeout(evutil_socket_t, short, void* arg) {
     }
 }
 
-void OnInput(struct evbuffer*, const struct evbuffer_cb_info* info, void* arg) {
+// The bytes just read are taken out of the input and put back as far as they make whole, checked
+// requests (request_framing.h). The input held only such bytes before, so the new ones are its last.
+// The bufferevent calls its reader, evhttp, only after this.
+void FrameInput(Connection* conn, struct evbuffer* in, size_t added) {
+    conn->framingInput = true;
+    std::string fresh(added, '\0');
+    struct evbuffer* checked = evbuffer_new();
+    size_t before = evbuffer_get_length(in) - added;
+    if (checked != nullptr && evbuffer_remove_buffer(in, checked, before) == static_cast<int>(before) &&
+        evbuffer_remove(in, &fresh[0], added) == static_cast<int>(added)) {
+        evbuffer_add_buffer(in, checked);
+        conn->handedOn += FrameRequests(&conn->framing, fresh.data(), fresh.size(), in);
+        if (conn->framing.refusal.code != 0 && conn->standIn == 0) {
+            conn->standIn = conn->handedOn;
+        }
+    } else {
+        HOST_LOG(3, "%s", "cannot check a request's framing: closing its connection");
+        bufferevent_disable(conn->bev, EV_READ);
+        event_active(conn->headerTimer, EV_TIMEOUT, 0);
+    }
+    if (checked != nullptr) {
+        evbuffer_free(checked);
+    }
+    conn->framingInput = false;
+}
+
+void OnInput(struct evbuffer* in, const struct evbuffer_cb_info* info, void* arg) {
     auto* conn = static_cast<Connection*>(arg);
-    if (info->n_added == 0 || conn->ctx != nullptr || evtimer_pending(conn->headerTimer, nullptr)) {
+    if (info->n_added == 0 || conn->framingInput) {
         return;
     }
-    struct timeval limit = Millis(conn->server->options.headerTimeoutMs);
-    evtimer_add(conn->headerTimer, &limit);
+    if (conn->ctx == nullptr && !evtimer_pending(conn->headerTimer, nullptr)) {
+        struct timeval limit = Millis(conn->server->options.headerTimeoutMs);
+        evtimer_add(conn->headerTimer, &limit);
+    }
+    FrameInput(conn, in, info->n_added);
 }
 
 // An error page evhttp wrote itself becomes the status envelope, with an empty RequestURL (evhttp
@@ -149,10 +184,12 @@ void OnOutput(struct evbuffer* out, const struct evbuffer_cb_info* info, void* a
 
 Connection* Track(AccessServer* server, struct bufferevent* bev) {
     auto* conn = new (std::nothrow)
-        Connection{server, bev, nullptr, nullptr, nullptr, false, nullptr, nullptr, nullptr, 0};
+        Connection{server,  bev, nullptr,          nullptr, nullptr, false, nullptr, nullptr,
+                   nullptr, 0,   RequestFraming(), false,   0,       0,     0};
     if (conn == nullptr) {
         return nullptr;
     }
+    conn->framing.maxHead = static_cast<size_t>(server->options.maxHeaderBytes);
     conn->headerTimer = evtimer_new(server->base, &OnHeaderTimeout, conn);
     conn->adopt = event_new(server->base, -1, 0, &OnAdopt, conn);
     conn->input = evbuffer_add_cb(bufferevent_get_input(bev), &OnInput, conn);
@@ -271,12 +308,25 @@ Connection* RequestArrived(AccessServer* server, struct evhttp_request* req) {
     struct evhttp_connection* evcon = evhttp_request_get_connection(req);
     struct bufferevent* bev = evhttp_connection_get_bufferevent(evcon);
     auto found = server->connectionsByBev.find(bev);
-    Connection* conn = found != server->connectionsByBev.end() ? found->second : Track(server, bev);
+    bool known = found != server->connectionsByBev.end();
+    Connection* conn = known ? found->second : Track(server, bev);
     if (conn != nullptr) {
         Adopt(conn, evcon);
         evtimer_del(conn->headerTimer);
+        ++conn->arrived;
+        if (!known) {
+            conn->handedOn = conn->arrived;  // tracked late: this request came in past the framing
+        }
     }
     return conn;
+}
+
+const RequestHead* RefusedRequest(const Connection* conn, Refusal* refusal) {
+    if (conn == nullptr || conn->standIn == 0 || conn->arrived != conn->standIn) {
+        return nullptr;
+    }
+    *refusal = conn->framing.refusal;
+    return &conn->framing.request;
 }
 
 void CarryRequest(Connection* conn, RequestCtx* ctx) {

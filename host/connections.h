@@ -10,6 +10,8 @@ struct evhttp_request;
 namespace vks_host {
 
 struct AccessServer;
+struct Refusal;
+struct RequestHead;
 struct RequestCtx;
 struct Connection;
 
@@ -22,6 +24,9 @@ void UnwatchConnections(AccessServer* server);
 
 // A complete request arrived on its connection: its header time-out ends. The connection.
 Connection* RequestArrived(AccessServer* server, struct evhttp_request* req);
+// When req, just arrived on conn, stands in for a request refused before evhttp read it
+// (request_framing.h): that request's head as far as it was read, with *refusal set. Null otherwise.
+const RequestHead* RefusedRequest(const Connection* conn, Refusal* refusal);
 // The request the connection carries from now on (null: none). A request it carries when the
 // connection closes is handed to OnClientGone.
 void CarryRequest(Connection* conn, RequestCtx* ctx);

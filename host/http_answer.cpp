@@ -14,9 +14,9 @@ void SendJson(struct evhttp_request* req, int code, const char* reason, const st
     struct evkeyvalq* headers = evhttp_request_get_output_headers(req);
     evhttp_add_header(headers, "Content-Type", "application/json; charset=utf-8");
     vks_web::AddNoSniff(req);
+    // evhttp sends no length to an HTTP/1.0 client, and a HEAD answer's body and no length.
+    evhttp_add_header(headers, "Content-Length", std::to_string(body.size()).c_str());
     if (evhttp_request_get_command(req) == EVHTTP_REQ_HEAD) {
-        // evhttp would send a HEAD answer's body and no length: the length of the GET's body, alone.
-        evhttp_add_header(headers, "Content-Length", std::to_string(body.size()).c_str());
         evhttp_send_reply(req, code, reason, nullptr);
         return;
     }
@@ -50,8 +50,12 @@ std::string StatusEnvelope(int code, const char* reason, const char* target) {
     return envelope;
 }
 
+void SendJsonErrorFor(struct evhttp_request* req, int code, const char* reason, const char* target) {
+    SendJson(req, code, reason, StatusEnvelope(code, reason, target));
+}
+
 void SendJsonError(struct evhttp_request* req, int code, const char* reason) {
-    SendJson(req, code, reason, StatusEnvelope(code, reason, evhttp_request_get_uri(req)));
+    SendJsonErrorFor(req, code, reason, evhttp_request_get_uri(req));
 }
 
 }  // namespace vks_host

@@ -76,14 +76,22 @@ std::string RequestPath(struct evhttp_request* req) {
 
 void SendText(struct evhttp_request* req, int code, const char* type, const std::string& body) {
     AddNoSniff(req);
-    evhttp_add_header(evhttp_request_get_output_headers(req), "Content-Type", type);
+    const char* reason = code == 200 ? "OK" : "Error";
+    struct evkeyvalq* headers = evhttp_request_get_output_headers(req);
+    evhttp_add_header(headers, "Content-Type", type);
+    // evhttp sends no length to an HTTP/1.0 client, and a HEAD answer's body and no length.
+    evhttp_add_header(headers, "Content-Length", std::to_string(body.size()).c_str());
+    if (evhttp_request_get_command(req) == EVHTTP_REQ_HEAD) {
+        evhttp_send_reply(req, code, reason, nullptr);
+        return;
+    }
     struct evbuffer* out = evbuffer_new();
     if (out == nullptr) {
         evhttp_send_error(req, HTTP_INTERNAL, nullptr);
         return;
     }
     evbuffer_add(out, body.data(), body.size());
-    evhttp_send_reply(req, code, code == 200 ? "OK" : "Error", out);
+    evhttp_send_reply(req, code, reason, out);
     evbuffer_free(out);
 }
 

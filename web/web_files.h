@@ -29,7 +29,8 @@ std::string RequestPath(struct evhttp_request* req);
 // The port a listening socket was bound to (IPv4 or IPv6); 0 when it cannot be read.
 uint16_t BoundPort(struct evhttp_bound_socket* socket);
 
-// Sends a text body with the given content type and status.
+// Sends a text body with the given content type, status and Content-Length; a HEAD answer has
+// the same headers and no body.
 void SendText(struct evhttp_request* req, int code, const char* type, const std::string& body);
 
 }  // namespace vks_web

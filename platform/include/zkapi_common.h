@@ -24,8 +24,10 @@ typedef struct ZKAPI_RESPONSE {
 
 // ---- Query parameters ----
 // Reads the value of key from the query string of header->szReqUrl (percent-decoded).
-// 0 on success; on any failure (missing key, empty value, not a strict decimal number, out of range,
-// text that does not fit with its NUL) a nonzero result and the destination is left untouched.
+// 0 on success; on any failure (missing key, empty value, not a strict decimal number, out of range)
+// a nonzero result and the destination is left untouched. The text reader fails only for a missing
+// key (or size 0 or 1): a key that is present with an empty or malformed value, or with a text that
+// does not fit with its NUL, reads as 0 with the text "?" (docs/query-parameters.md).
 template <typename T>
 int GetURIQueryParamByKey(tagHTTP_HEADER_S* header, const std::string& key, T* value);
 int GetURIQueryParamByKey(tagHTTP_HEADER_S* header, const std::string& key, char* value, unsigned int size);

@@ -1,6 +1,7 @@
 // Query parameters of a request URL (docs/query-parameters.md): the text after the first '?' up to a
 // '#', pairs split on '&', key and value split on the first '=', both percent-decoded ('+' is a blank).
-// The first pair whose key matches decides; every failure leaves the destination untouched.
+// The first pair whose key matches decides; every failure leaves the destination untouched. A text
+// that is there but cannot be delivered whole reads as kUnusableText, never as an absent key.
 #include <limits.h>
 #include <string.h>
 
@@ -45,10 +46,18 @@ int PercentDecode(const char* begin, const char* end, std::string* out) {
     return 0;
 }
 
-// The value of the first pair named key: 0, or -1 when absent, empty or malformed.
-int FindValueOrThrow(const tagHTTP_HEADER_S* header, const std::string& key, std::string* value) {
+// What the first pair named key holds.
+enum class Found { kAbsent, kValue, kUnusable };
+
+// The text stored for a key that is present with a value that cannot be delivered (empty, badly
+// escaped, or longer than the destination): a caller that treats a failed read as "no value" must
+// not widen what it does because a client sent a value it cannot read. No time, number or name the
+// services take is a lone question mark, so they refuse it.
+const char kUnusableText[] = "?";
+
+Found FindValueOrThrow(const tagHTTP_HEADER_S* header, const std::string& key, std::string* value) {
     if (header == nullptr || key.empty()) {
-        return -1;
+        return Found::kAbsent;
     }
     // The fragment ends the URL first: a '?' inside it starts no query.
     const char* url = header->szReqUrl;
@@ -57,7 +66,7 @@ int FindValueOrThrow(const tagHTTP_HEADER_S* header, const std::string& key, std
     end = fragment != nullptr ? fragment : end;
     const char* query = static_cast<const char*>(memchr(url, '?', static_cast<size_t>(end - url)));
     if (query == nullptr) {
-        return -1;
+        return Found::kAbsent;
     }
     std::string name;
     for (const char* pair = query + 1; pair < end;) {
@@ -67,21 +76,21 @@ int FindValueOrThrow(const tagHTTP_HEADER_S* header, const std::string& key, std
         const char* nameEnd = eq != nullptr ? eq : pairEnd;
         if (PercentDecode(pair, nameEnd, &name) == 0 && name == key) {
             if (eq == nullptr || PercentDecode(eq + 1, pairEnd, value) != 0 || value->empty()) {
-                return -1;
+                return Found::kUnusable;
             }
-            return 0;
+            return Found::kValue;
         }
         pair = pairEnd + 1;
     }
-    return -1;
+    return Found::kAbsent;
 }
 
-// The same, with running out of memory reported as -1: the callers' contract is a result code.
-int FindValue(const tagHTTP_HEADER_S* header, const std::string& key, std::string* value) {
+// The same, with running out of memory reported as absent: nothing was learnt about the key.
+Found FindValue(const tagHTTP_HEADER_S* header, const std::string& key, std::string* value) {
     try {
         return FindValueOrThrow(header, key, value);
     } catch (const std::bad_alloc&) {
-        return -1;
+        return Found::kAbsent;
     }
 }
 
@@ -136,7 +145,8 @@ template <typename T>
 int GetURIQueryParamByKey(tagHTTP_HEADER_S* header, const std::string& key, T* value) {
     std::string text;
     T parsed{};
-    if (value == nullptr || FindValue(header, key, &text) != 0 || ParseNumber(text, &parsed) != 0) {
+    if (value == nullptr || FindValue(header, key, &text) != Found::kValue ||
+        ParseNumber(text, &parsed) != 0) {
         return -1;
     }
     *value = parsed;
@@ -150,7 +160,15 @@ template int GetURIQueryParamByKey<unsigned long long>(tagHTTP_HEADER_S*, const 
 
 int GetURIQueryParamByKey(tagHTTP_HEADER_S* header, const std::string& key, char* value, unsigned int size) {
     std::string text;
-    if (value == nullptr || size == 0 || FindValue(header, key, &text) != 0 || text.size() >= size) {
+    Found found = value != nullptr && size != 0 ? FindValue(header, key, &text) : Found::kAbsent;
+    if (found == Found::kValue && text.size() >= size) {
+        found = Found::kUnusable;
+    }
+    if (found == Found::kUnusable && size >= sizeof(kUnusableText)) {
+        memcpy(value, kUnusableText, sizeof(kUnusableText));
+        return 0;
+    }
+    if (found != Found::kValue) {
         return -1;
     }
     memcpy(value, text.c_str(), text.size() + 1);

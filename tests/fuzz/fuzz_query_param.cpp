@@ -1,6 +1,7 @@
 // GetURIQueryParamByKey for every type against a plain reference reader of the same rules: the
 // first pair whose percent-decoded name is the (non-empty) key; a value that is empty, badly escaped or (for
 // a number) not a plain decimal in range is refused, and a refused read leaves the destination as it was.
+// The text reader refuses only a missing key: a present value it cannot deliver whole reads as "?".
 // Input: the key's index, the text buffer's size, then the URL.
 #include <cerrno>
 #include <climits>
@@ -37,12 +38,14 @@ bool Decode(const std::string& in, std::string* out) {
     return true;
 }
 
-// The value of key in url, or false.
-bool Reference(const std::string& url, const std::string& key, std::string* value) {
+enum Presence { kAbsent, kValue, kUnusable };
+
+// What url holds for key: its value, a value that cannot be read, or nothing.
+Presence Reference(const std::string& url, const std::string& key, std::string* value) {
     std::string query = url.substr(0, url.find('#'));
     size_t q = query.find('?');
     if (q == std::string::npos || key.empty()) {  // no key names a nameless pair
-        return false;
+        return kAbsent;
     }
     query = query.substr(q + 1);
     for (size_t start = 0; start <= query.size();) {
@@ -51,14 +54,15 @@ bool Reference(const std::string& url, const std::string& key, std::string* valu
         size_t eq = pair.find('=');
         std::string name;
         if (Decode(pair.substr(0, eq), &name) && name == key) {
-            return eq != std::string::npos && Decode(pair.substr(eq + 1), value) && !value->empty();
+            bool usable = eq != std::string::npos && Decode(pair.substr(eq + 1), value) && !value->empty();
+            return usable ? kValue : kUnusable;
         }
         if (amp == std::string::npos) {
             break;
         }
         start = amp + 1;
     }
-    return false;
+    return kAbsent;
 }
 
 bool Digits(const std::string& text) {
@@ -85,20 +89,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string url(header.szReqUrl, strnlen(header.szReqUrl, sizeof(header.szReqUrl)));
     const std::string key = kKeys[data[0] % (sizeof(kKeys) / sizeof(kKeys[0]))];
     std::string text;
-    const bool found = Reference(url, key, &text);
+    const Presence presence = Reference(url, key, &text);
+    const bool found = presence == kValue;
 
     const unsigned int room = data[1] % 40;  // the text's buffer: what fits with its NUL is read
     char buffer[40];
     memset(buffer, '#', sizeof(buffer));
-    bool ok = found && text.size() < room;
-    FUZZ_CHECK((GetURIQueryParamByKey(&header, key, buffer, room) == 0) == ok);
-    std::string expected = ok ? text + '\0' : "";
+    const bool fits = found && text.size() < room;
+    const bool marked = !fits && presence != kAbsent && room >= 2;  // present, not deliverable: "?"
+    FUZZ_CHECK((GetURIQueryParamByKey(&header, key, buffer, room) == 0) == (fits || marked));
+    std::string expected = fits ? text + '\0' : marked ? std::string("?", 2) : "";
     expected.resize(sizeof(buffer), '#');  // nothing written past the NUL, nothing at all when refused
     FUZZ_CHECK(memcmp(buffer, expected.data(), sizeof(buffer)) == 0);
 
     unsigned long long number = 0;
     unsigned long long u64 = 999;
-    ok = found && Unsigned(text, ULLONG_MAX, &number);
+    bool ok = found && Unsigned(text, ULLONG_MAX, &number);
     FUZZ_CHECK((GetURIQueryParamByKey<unsigned long long>(&header, key, &u64) == 0) == ok);
     FUZZ_CHECK(u64 == (ok ? number : 999));
     unsigned int u32 = 999;

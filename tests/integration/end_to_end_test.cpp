@@ -4,6 +4,8 @@
 #include <dirent.h>
 #include <signal.h>
 
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -180,6 +182,49 @@ TEST_F(EndToEnd, HistoryRecordsPageAndDeleteWithoutLeavingResultFiles) {
 
     EXPECT_EQ(Call("GET", "MultiTaskAppHistoryRecords?StartIndex=0&FindNum=5&DatabaseType=0").status, 400);
     EXPECT_EQ(ResultFiles(), 0);
+}
+
+// A time that is named but cannot be read (too long for its field, empty, badly escaped) never reads
+// as an absent one: a deletion with it deletes nothing (an absent time deletes every record) and a
+// query keeps its bounds (an absent start is no lower bound). The service refuses the stand-in text.
+TEST_F(EndToEnd, UnreadableTimesNeverWidenADeletionOrAQuery) {
+    // Answers not logged for the document check: the deletion's 400 is the service's own result.
+    auto call = [this](const std::string& method, const std::string& target) {
+        return HttpRequest(port_, method, kApi + target);
+    };
+    auto total = [&] {
+        return JsonView(call("GET", kQueryAll + "&StartIndex=0&FindNum=1").body).Int({"TotalNum"});
+    };
+    const std::string overLong = "2024-05-01T08:00:00.000000%2B08:00";  // 32 bytes decoded
+    const std::string end = "EndTime=2024-05-01T08:30:00";
+    ASSERT_EQ(total(), 24);
+    const std::string deletions[] = {"StartTime=" + overLong + "&" + end,
+                                     "StartTime=2024-05-01T08:00:00&EndTime=" + overLong,
+                                     "StartTime=&" + end,
+                                     "StartTime&" + end,
+                                     "StartTime=%ZZ&" + end,
+                                     "StartTime=" + overLong + "&StartTime=2024-05-01T08:00:00&" + end};
+    for (const std::string& query : deletions) {
+        EXPECT_EQ(call("DELETE", "MultiTaskAppHistoryRecords?" + query).status, 400) << query;
+        EXPECT_EQ(total(), 24) << query;
+    }
+    std::ifstream file(dir_.File("oplog.txt"));
+    std::string oplog((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    EXPECT_NE(
+        oplog.find("Delete History Record fail. DeleteType: 3, StartTime: ?, EndTime: 2024-05-01T08:30:00"),
+        std::string::npos)
+        << oplog;
+    // The query: a start from 10:00 on leaves 20 of 24; an unreadable start is refused, not dropped.
+    const std::string page = kQueryAll + "&StartIndex=0&FindNum=100&StartTime=";
+    EXPECT_EQ(JsonView(call("GET", page + "2024-05-01T10:00:00").body).Int({"TotalNum"}), 20);
+    for (const std::string& start : {overLong, std::string("2024-05-01T10:00:00.5"), std::string("")}) {
+        HttpResponse r = call("GET", page + start);
+        EXPECT_EQ(r.status, 400) << start << " " << r.body;
+        EXPECT_EQ(r.body.find("TotalNum"), std::string::npos) << start;
+    }
+    HttpResponse longEnd =
+        call("GET", "MultiTaskAppHistoryRecords?DatabaseType=0&StartIndex=0&FindNum=1&EndTime=" + overLong);
+    EXPECT_EQ(longEnd.status, 400) << longEnd.body;
 }
 
 // No channel (or channel 0) goes the asynchronous way with the request block, a channel the

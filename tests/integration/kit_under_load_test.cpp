@@ -245,10 +245,10 @@ long long CpuTicks(pid_t pid) {
 
 TEST_F(KitUnderLoad, HttpLimitsHoldWithoutAnEmulator) {
     StartServer({"--idle-timeout", "1000", "--header-timeout", "500", "--max-connections", "8"});
-    // Requests evhttp refuses before routing still get the status envelope.
+    // Requests refused before routing still get the status envelope.
     const std::pair<std::string, int> refused[] = {
-        {"GET /api/x?" + std::string(1 << 16, 'a') + " HTTP/1.1\r\n\r\n", 400},  // beyond the header bound
-        {"PUT /api/MultiTaskAppHistory HTTP/1.1\r\nContent-Length: 2000000\r\n\r\n", 413},
+        {"GET /api/x?" + std::string(1 << 16, 'a') + " HTTP/1.1\r\n\r\n", 414},  // beyond the header bound
+        {"PUT /api/MultiTaskAppHistory HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 2000000\r\n\r\n", 413},
         {"FOO /api/x HTTP/1.1\r\n\r\n", 501},
     };
     auto t = Clock::now();
