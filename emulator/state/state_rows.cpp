@@ -130,6 +130,11 @@ json_object* RowSchema(const std::vector<KeyRule>& rules) {
         if (integer) {
             json_object_object_add(p, "minimum", json_object_new_int64(r.min));
             json_object_object_add(p, "maximum", NewUint(r.max));
+            // Beyond 2^53 a JavaScript number no longer holds every integer: web clients are told.
+            const int64_t kJsExact = (int64_t{1} << 53) - 1;
+            if (r.min < -kJsExact || r.max > static_cast<uint64_t>(kJsExact)) {
+                json_object_object_add(p, "x-js-unsafe-integer", json_object_new_boolean(1));
+            }
         } else if (r.type == KeyRule::kTime) {
             json_object_object_add(p, "pattern",
                                    json_object_new_string("^\\d{4}-\\d{2}-\\d{2}T\\d{2}:\\d{2}:\\d{2}$"));
