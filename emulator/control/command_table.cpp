@@ -7,22 +7,31 @@
 
 namespace control {
 
+// Each row names, above it, the module's resources whose requests arrive as that command.
 const std::vector<CommandSpec>& Commands() {
     static const std::vector<CommandSpec> kCommands = {
+        // MultiTaskAppDisplayRecogPopUps GET, PUT
         {COMMAND_ROAD_ANALYSIS, VKS_URI_FACE_REC_POPUP, "faceRecPopUps", CommandRole::kService, &kPopUpFields,
          nullptr, 0, "popUps"},
+        // MultiTaskAppTaskModesEnableList GET
         {COMMAND_ROAD_ANALYSIS, VKS_URI_TASKS_ENABLE_LIST, "tasksEnableList", CommandRole::kService, nullptr,
          nullptr, 0, "tasks"},
+        // MultiTaskAppTaskModesAvailableList GET
         {COMMAND_ROAD_ANALYSIS, VKS_URI_AVAILABLE_LIST, "availableList", CommandRole::kService, nullptr,
          nullptr, 0, "counts"},
+        // MultiTaskAppTaskModesCapacity GET
         {COMMAND_ROAD_ANALYSIS, VKS_URI_CAPACITY_LIST, "capacityList", CommandRole::kService, nullptr,
          nullptr, 0, "counts"},
+        // MultiTaskAppHistoryRecords GET
         {COMMAND_ROAD_CMD, VW_CMD_GET_HISTORY_RECORDS, "historyQuery", CommandRole::kQuery, &kQueryFields,
          &kMsgReplyFields, 0, "historyRecords"},
+        // MultiTaskAppDisplayRecogInfos GET, PUT
         {COMMAND_ROAD_CMD, VW_CMD_DISPLAY_RECOG_INFOS, "displaySettings", CommandRole::kSetting,
          &kDisplayFields, nullptr, ENABLE_TYPE_ON, "displaySettings"},
+        // MultiTaskAppHistory GET, PUT
         {COMMAND_ROAD_CMD, VW_CMD_HISTORY_SWITCH, "historySwitch", CommandRole::kSetting, &kSwitchFields,
          nullptr, ENABLE_TYPE_ON, "historySwitches"},
+        // MultiTaskAppHistoryRecords DELETE
         {COMMAND_ROAD_CMD, VW_CMD_DELETE_HISTORY_RECORDS, "historyDelete", CommandRole::kDelete,
          &kDeleteFields, nullptr, 0, "historyRecords"},
     };
