@@ -21,6 +21,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <atomic>
 #include <cstdio>
 #include <cstring>
@@ -123,6 +124,16 @@ void Report(const char* name, const Measured m[2]) {
         e.ns / 1000.0);
 }
 
+// What the goals hold the server to: no more calls and no more context switches per exchange than
+// the floor server's, each count taken to a tenth (a preemption by another process every twenty
+// exchanges is not the server's doing).
+void ReportCountGoals(const char* road, const Measured m[2]) {
+    auto tenths = [](double count) { return std::round(count * 10.0) / 10.0; };
+    printf("metric %s_calls_over_floor %.1f\nmetric %s_switches_over_floor %.1f\n", road,
+           tenths(m[1].server.calls) - tenths(m[0].server.calls), road,
+           tenths(m[1].server.switches) - tenths(m[0].server.switches));
+}
+
 // Moves all len bytes with io (read or write), false on end of file or error.
 template <typename Byte, typename Io>
 bool Full(Io io, int fd, Byte* p, size_t len) {
@@ -206,6 +217,7 @@ bool ServiceFsRoad(ExchangeFn exchange, const std::string& floorDir, Task emulat
     }
     printf("service file system: request %zu bytes, reply %zu bytes\n", request.size(), reply.size());
     Report("srvfs_exchange/fuse_floor", sides);
+    ReportCountGoals("srvfs", sides);
     // The module's side alone: the same exchange against the floor mounted over /mnt/srvfs, which
     // answers with the emulator's reply, so what is left above 1 is the client's own work.
     FuseFloor over;
@@ -304,6 +316,7 @@ bool CommandRoad(const std::string& cmdSocket, const std::string& floorSocket, T
     if (ok) {
         printf("command channel: request %zu bytes, reply %zu bytes\n", request.size(), replyLen);
         Report("cmd_exchange/socket_floor", sides);
+        ReportCountGoals("cmd", sides);
     }
     return ok;
 }

@@ -15,6 +15,7 @@
 #include <iterator>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "bench_kit.h"
@@ -104,25 +105,31 @@ pid_t StartStrace(const Task& task, const std::string& out) {
 std::vector<long long> CountCalls(const std::vector<Task>& tasks, const Work& work, int n, bool* workRight) {
     std::vector<std::string> outs;
     std::vector<pid_t> tracers;
-    for (const Task& task : tasks) {
-        char out[] = "/tmp/vks-bench-calls-XXXXXX";
-        int fd = mkstemp(out);
-        if (fd >= 0) {
-            close(fd);
-        }
-        outs.push_back(fd >= 0 ? out : "");
-        tracers.push_back(fd >= 0 ? StartStrace(task, out) : -1);
-    }
-    int64_t deadline = NowNs() + kAttachNs;
     size_t attached = 0;
-    while (attached < tasks.size() && NowNs() < deadline) {
-        bool gone = tracers[attached] <= 0 || waitpid(tracers[attached], nullptr, WNOHANG) != 0;
-        if (gone) {
-            break;
+    // Another thread starts the tracers and waits for them, so that a traced caller waits in one
+    // call (the join) however long attaching takes: its count then holds the same few calls at
+    // every attach.
+    std::thread attach([&] {
+        for (const Task& task : tasks) {
+            char out[] = "/tmp/vks-bench-calls-XXXXXX";
+            int fd = mkstemp(out);
+            if (fd >= 0) {
+                close(fd);
+            }
+            outs.push_back(fd >= 0 ? out : "");
+            tracers.push_back(fd >= 0 ? StartStrace(task, out) : -1);
         }
-        attached += EveryThreadTraced(tasks[attached]) ? 1 : 0;
-        usleep(1000);
-    }
+        int64_t deadline = NowNs() + kAttachNs;
+        while (attached < tasks.size() && NowNs() < deadline) {
+            bool gone = tracers[attached] <= 0 || waitpid(tracers[attached], nullptr, WNOHANG) != 0;
+            if (gone) {
+                break;
+            }
+            attached += EveryThreadTraced(tasks[attached]) ? 1 : 0;
+            usleep(1000);
+        }
+    });
+    attach.join();
     *workRight = attached == tasks.size() && work(n);
     std::vector<long long> calls(tasks.size(), -1);
     for (size_t i = 0; i < tasks.size(); ++i) {
