@@ -2,6 +2,8 @@
 // beside the server's cheapest answer (the 404 of an unknown resource) measured just before it, with
 // keep-alive connections that each send their next request as soon as the answer is in. Every
 // answer's status and body are held to the answer fetched before the load: a wrong byte fails the run.
+// Beside each ratio: the access server's and the client's system calls per request (a counting pass
+// of one request at a time) and context switches per request (during the timed rounds).
 // Prints "metric <name> <value>" lines for bench/run.sh. Needs root (private mount namespace).
 #include <arpa/inet.h>
 #include <netinet/in.h>
