@@ -20,7 +20,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   curl procps
   nodejs chromium
-  gcovr valgrind
+  gcovr valgrind strace
   clang-14 libclang-rt-14-dev
   python3
   crossbuild-essential-armhf qemu-user

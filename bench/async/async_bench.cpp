@@ -23,6 +23,7 @@
 
 #include "bench_kit.h"
 #include "http_client.h"
+#include "task_counts.h"
 
 using namespace vks_test;
 
@@ -38,6 +39,8 @@ struct BenchConfig {
 struct LoadResult {
     double wallMs;
     int ok;
+    uint64_t serverSwitches = 0;  // the access server's context switches during the load (when given)
+    uint64_t clientSwitches = 0;  // this thread's
 };
 
 // One connection of the load: the request still to send, then the answer as it arrives.
@@ -84,7 +87,11 @@ bool Advance(ClientConn* c, const std::string& request, short revents) {
 // generator must cost far less than what it measures, which 256 client threads on two cores do not,
 // nor a poll() over ten thousand descriptors for every answer. The clock stops at the last answer
 // (or after two minutes).
-LoadResult RunLoad(uint16_t port, const std::string& target, int requests, const std::string& body) {
+LoadResult RunLoad(uint16_t port, const std::string& target, int requests, const std::string& body,
+                   pid_t server = 0) {
+    const vks_bench::Task serverTask = {server, 0};
+    const uint64_t server0 = server != 0 ? vks_bench::ContextSwitches(serverTask) : 0;
+    const uint64_t client0 = vks_bench::ContextSwitches(vks_bench::ThisThread());
     const std::string request = "GET " + target + " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n";
     auto start = std::chrono::steady_clock::now();
     std::vector<ClientConn> conns(static_cast<size_t>(requests));
@@ -117,6 +124,8 @@ LoadResult RunLoad(uint16_t port, const std::string& target, int requests, const
     }
     close(epoll);
     std::chrono::duration<double, std::milli> wall = std::chrono::steady_clock::now() - start;
+    const uint64_t serverSwitches = server != 0 ? vks_bench::ContextSwitches(serverTask) - server0 : 0;
+    const uint64_t clientSwitches = vks_bench::ContextSwitches(vks_bench::ThisThread()) - client0;
     int ok = 0;
     for (ClientConn& c : conns) {
         if (c.fd >= 0) {
@@ -126,7 +135,7 @@ LoadResult RunLoad(uint16_t port, const std::string& target, int requests, const
                       c.answer.compare(c.answer.size() - body.size(), body.size(), body) == 0;
         ok += c.answer.compare(0, 12, "HTTP/1.1 200") == 0 && bodyOk ? 1 : 0;
     }
-    return {wall.count(), ok};
+    return {wall.count(), ok, serverSwitches, clientSwitches};
 }
 
 bool ParseArgs(int argc, char** argv, BenchConfig* config) {
@@ -234,14 +243,16 @@ int MeasureScale(const BenchConfig& config) {
         return 1;
     }
     double zeroMs = 0;
+    LoadResult zeroSwitches = {};
     {
         Kit kit;
         if (!StartScaleKit(&kit, 0, config.requests)) {
             return 1;
         }
         HttpResponse ref = HttpRequest(kit.port, "GET", resource);
-        LoadResult zero = RunLoad(kit.port, resource, config.requests, ref.body);
+        LoadResult zero = RunLoad(kit.port, resource, config.requests, ref.body, kit.server.Pid());
         zeroMs = zero.wallMs;
+        zeroSwitches = zero;
         printf("zero delay: %d of %d answered right in %.1f ms\n", zero.ok, config.requests, zero.wallMs);
         kit.server.Stop(SIGTERM, 20000);
         kit.emulator.Stop(SIGTERM, 20000);
@@ -252,7 +263,7 @@ int MeasureScale(const BenchConfig& config) {
     }
     HttpResponse ref = HttpRequest(kit.port, "GET", resource);
     long rssBefore = StatusKb(kit.server.Pid(), "VmRSS:");
-    LoadResult r = RunLoad(kit.port, resource, config.requests, ref.body);
+    LoadResult r = RunLoad(kit.port, resource, config.requests, ref.body, kit.server.Pid());
     long peak = StatusKb(kit.server.Pid(), "VmHWM:");
     double bound = config.delayMs + zeroMs;
     printf("delay %d ms: %d of %d answered right in %.1f ms (bound: delay + zero-delay run = %.1f ms)\n",
@@ -260,7 +271,14 @@ int MeasureScale(const BenchConfig& config) {
     printf("metric scale_answered_right %.4f\n", static_cast<double>(r.ok) / config.requests);
     printf("metric scale_kb_per_parked_request %.2f  (server RSS %ld kB before, peak %ld kB)\n",
            static_cast<double>(peak - rssBefore) / config.requests, rssBefore, peak);
-    printf("metric scale_wall/bound %.3f floor=%.0fms  (wall %.0f ms)\n", r.wallMs / bound, bound, r.wallMs);
+    // Context switches per request beside those of the zero-delay run: the access server's, this
+    // client's.
+    const double n = config.requests;
+    printf(
+        "metric scale_wall/bound %.3f floor=%.0fms switches=%.2f:%.2f client_switches=%.2f:%.2f  (wall %.0f "
+        "ms)\n",
+        r.wallMs / bound, bound, r.serverSwitches / n, zeroSwitches.serverSwitches / n, r.clientSwitches / n,
+        zeroSwitches.clientSwitches / n, r.wallMs);
     int stopped = kit.server.Stop(SIGTERM, 20000);
     kit.emulator.Stop(SIGTERM, 20000);
     return r.ok == config.requests && ref.status == 200 && stopped == 0 ? 0 : 1;

@@ -8,8 +8,9 @@
 // included: on two virtual CPUs each exchange's cost was decided by whether the peer's wake-up
 // crossed to the other CPU (an inter-processor interrupt, tens of microseconds in this VM), and a
 // ratio swung between 0.5 and 7 from run to run. On one CPU both sides pay the same context
-// switches and the ratio is the work each does. Prints "metric <name> <value>" lines for
-// bench/run.sh, the absolute times as context. Needs root.
+// switches and the ratio is the work each does. Beside each ratio: the system calls and context
+// switches per exchange of the emulator and of the floor server, and of the client (task_counts.h).
+// Prints "metric <name> <value>" lines for bench/run.sh, the absolute times as context. Needs root.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <signal.h>
@@ -21,15 +22,19 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <string>
 #include <thread>
 
 #include "bench_kit.h"
 #include "dxmp_message.h"
 #include "fuse_floor.h"
 #include "srvfs_ioctl.h"
+#include "task_counts.h"
 #include "unix_cmd_channel.h"
 #include "vksapi_dxmp_comm.h"
 #include "vks_multi_task_records.h"
@@ -45,35 +50,89 @@ const size_t kCmdHeaderLen = 16;  // command-channel frame header
 using ExchangeFn = int (*)(dxmp_message*, DXMPMsgData*);
 using Step = std::function<bool()>;
 
-struct Sides {
-    double floorNs;
-    double exchangeNs;
+// One side of a pair: an exchange, and who serves it (the client is this thread).
+struct Side {
+    Step step;
+    Task server;
 };
 
-// Time per call of each side in its fastest round, rounds interleaved.
-bool Compare(const Step& floor, const Step& exchange, Sides* out) {
-    std::vector<double> f;
-    std::vector<double> e;
-    for (int round = 0; round < kRounds; ++round) {
-        for (int side = 0; side < 2; ++side) {
-            const Step& step = side == 0 ? floor : exchange;
-            int64_t start = NowNs();
-            for (int i = 0; i < kPerRound; ++i) {
-                if (!step()) {
-                    fprintf(stderr, "exchange_bench: the %s failed\n", side == 0 ? "floor" : "exchange");
-                    return false;
-                }
-            }
-            (side == 0 ? f : e).push_back(static_cast<double>(NowNs() - start) / kPerRound);
+// A side's time per exchange in its fastest round, and what an exchange costs its server and its
+// client in system calls and context switches.
+struct Measured {
+    double ns = 0;
+    Costs server;
+    Costs client;
+};
+
+bool Run(const Step& step, int n) {
+    for (int i = 0; i < n; ++i) {
+        if (!step()) {
+            return false;
         }
     }
-    *out = {*std::min_element(f.begin(), f.end()), *std::min_element(e.begin(), e.end())};
     return true;
 }
 
-void Report(const char* name, const Sides& s) {
-    printf("metric %s %.3f floor=%.1fus  (exchange %.1f us)\n", name, s.exchangeNs / s.floorNs,
-           s.floorNs / 1000.0, s.exchangeNs / 1000.0);
+// Time per call of each side in its fastest round, rounds interleaved; the context switches of
+// every round, read between rounds; then the system calls, in a pass of their own under strace.
+bool Compare(const Side& floor, const Side& exchange, Measured out[2]) {
+    const Side* sides[2] = {&floor, &exchange};
+    const Task client = ThisThread();
+    std::vector<double> ns[2];
+    uint64_t switches[2][2] = {{0, 0}, {0, 0}};  // [side][server, client]
+    for (int round = 0; round < kRounds; ++round) {
+        for (int side = 0; side < 2; ++side) {
+            uint64_t server0 = ContextSwitches(sides[side]->server);
+            uint64_t client0 = ContextSwitches(client);
+            int64_t start = NowNs();
+            if (!Run(sides[side]->step, kPerRound)) {
+                fprintf(stderr, "exchange_bench: the %s failed\n", side == 0 ? "floor" : "exchange");
+                return false;
+            }
+            ns[side].push_back(static_cast<double>(NowNs() - start) / kPerRound);
+            switches[side][0] += ContextSwitches(sides[side]->server) - server0;
+            switches[side][1] += ContextSwitches(client) - client0;
+        }
+    }
+    const double exchanges = kRounds * kPerRound;
+    for (int side = 0; side < 2; ++side) {
+        Measured& m = out[side];
+        m.ns = *std::min_element(ns[side].begin(), ns[side].end());
+        m.server.switches = static_cast<double>(switches[side][0]) / exchanges;
+        m.client.switches = static_cast<double>(switches[side][1]) / exchanges;
+        std::vector<double> calls;
+        if (!CallsPerUnit(
+                {sides[side]->server, client}, [&](int n) { return Run(sides[side]->step, n); }, kPerRound,
+                &calls)) {
+            return false;
+        }
+        m.server.calls = calls[0];
+        m.client.calls = calls[1];
+    }
+    return true;
+}
+
+// The ratio of the times, the floor's time, and per exchange the server's and the client's system
+// calls and context switches, each as ours:floor's.
+void Report(const char* name, const Measured m[2]) {
+    const Measured& f = m[0];
+    const Measured& e = m[1];
+    printf(
+        "metric %s %.3f floor=%.1fus calls=%.2f:%.2f switches=%.2f:%.2f client_calls=%.2f:%.2f "
+        "client_switches=%.2f:%.2f  (exchange %.1f us)\n",
+        name, e.ns / f.ns, f.ns / 1000.0, e.server.calls, f.server.calls, e.server.switches,
+        f.server.switches, e.client.calls, f.client.calls, e.client.switches, f.client.switches,
+        e.ns / 1000.0);
+}
+
+// What the goals hold the server to: no more calls and no more context switches per exchange than
+// the floor server's, each count taken to a tenth (a preemption by another process every twenty
+// exchanges is not the server's doing).
+void ReportCountGoals(const char* road, const Measured m[2]) {
+    auto tenths = [](double count) { return std::round(count * 10.0) / 10.0; };
+    printf("metric %s_calls_over_floor %.1f\nmetric %s_switches_over_floor %.1f\n", road,
+           tenths(m[1].server.calls) - tenths(m[0].server.calls), road,
+           tenths(m[1].server.switches) - tenths(m[0].server.switches));
 }
 
 // Moves all len bytes with io (read or write), false on end of file or error.
@@ -115,7 +174,7 @@ DXMPMsgData CapacityRequest(const uint64_t* channel) {
             DXMP_METHOD_GET};
 }
 
-bool ServiceFsRoad(ExchangeFn exchange, const std::string& floorDir) {
+bool ServiceFsRoad(ExchangeFn exchange, const std::string& floorDir, Task emulator) {
     const uint64_t channel = 101;
     DXMPMsgData data = CapacityRequest(&channel);
     dxmp_message* msg = dxmp_message_new(0);
@@ -153,16 +212,18 @@ bool ServiceFsRoad(ExchangeFn exchange, const std::string& floorDir) {
         dxmp_message_put(m);
         return done;
     };
-    Sides sides;
-    if (!Compare(floorStep, moduleStep, &sides)) {
+    Measured sides[2];
+    if (!Compare({floorStep, floor.Server()}, {moduleStep, emulator}, sides)) {
         return false;
     }
     printf("service file system: request %zu bytes, reply %zu bytes\n", request.size(), reply.size());
     Report("srvfs_exchange/fuse_floor", sides);
+    ReportCountGoals("srvfs", sides);
     // The module's side alone: the same exchange against the floor mounted over /mnt/srvfs, which
     // answers with the emulator's reply, so what is left above 1 is the client's own work.
     FuseFloor over;
-    if (!over.Mount("/mnt/srvfs", reply) || !Compare(floorStep, moduleStep, &sides)) {
+    if (!over.Mount("/mnt/srvfs", reply) ||
+        !Compare({floorStep, floor.Server()}, {moduleStep, over.Server()}, sides)) {
         fprintf(stderr, "exchange_bench: the floor did not mount over /mnt/srvfs\n");
         return false;
     }
@@ -170,17 +231,27 @@ bool ServiceFsRoad(ExchangeFn exchange, const std::string& floorDir) {
     return true;
 }
 
-// Peer of the socket floor: reads each whole request frame and answers replyLen bytes at once.
-void FloorPeer(int listener, size_t replyLen) {
+// Peer of the socket floor: reads each whole request frame and answers replyLen bytes at once. A
+// frame that is there whole is read with one call, as the least a server can do: the buffer holds
+// the longest frame, and a read that ends short of the frame is followed by another.
+void FloorPeer(int listener, size_t replyLen, std::atomic<pid_t>* tid) {
+    *tid = ThisThread().tid;
     int fd = accept(listener, nullptr, nullptr);
     std::vector<uint8_t> buf(kCmdHeaderLen + VW_CMD_BODY_LEN);
     std::vector<uint8_t> reply(replyLen, 0x5a);
-    while (fd >= 0 && ReadFull(fd, buf.data(), kCmdHeaderLen)) {
+    size_t have = 0;
+    for (bool open = fd >= 0; open;) {
+        ssize_t n = read(fd, buf.data() + have, buf.size() - have);
+        open = n > 0;
+        have += open ? static_cast<size_t>(n) : 0;
         uint32_t len = 0;
-        memcpy(&len, buf.data() + 12, sizeof(len));
-        if (len > VW_CMD_BODY_LEN || !ReadFull(fd, buf.data(), len) ||
-            !WriteFull(fd, reply.data(), reply.size())) {
-            break;
+        if (open && have >= kCmdHeaderLen) {
+            memcpy(&len, buf.data() + 12, sizeof(len));
+            open = len <= VW_CMD_BODY_LEN && have <= kCmdHeaderLen + len;
+        }
+        if (open && have == kCmdHeaderLen + len) {
+            have = 0;
+            open = WriteFull(fd, reply.data(), reply.size());
         }
     }
     if (fd >= 0) {
@@ -204,7 +275,7 @@ int ConnectUnix(const std::string& path, bool listen) {
     return fd;
 }
 
-bool CommandRoad(const std::string& cmdSocket, const std::string& floorSocket) {
+bool CommandRoad(const std::string& cmdSocket, const std::string& floorSocket, Task emulator) {
     tagUNIX_SOCKET_S* sock = UnixSocketOpen(cmdSocket.c_str(), 5000);
     tagHTTP_HEADER_S header;
     memset(&header, 0, sizeof(header));
@@ -221,7 +292,8 @@ bool CommandRoad(const std::string& cmdSocket, const std::string& floorSocket) {
     };
     const size_t replyLen = kCmdHeaderLen + VW_CMD_HISTORY_SWITCH_RECORD_LEN;
     int listener = ConnectUnix(floorSocket, true);
-    std::thread peer(FloorPeer, listener, replyLen);
+    std::atomic<pid_t> peerTid{0};
+    std::thread peer(FloorPeer, listener, replyLen, &peerTid);
     int fd = ConnectUnix(floorSocket, false);
     std::vector<uint8_t> request(kCmdHeaderLen + VW_CMD_BODY_LEN, 0);
     uint32_t len = VW_CMD_BODY_LEN;
@@ -231,8 +303,9 @@ bool CommandRoad(const std::string& cmdSocket, const std::string& floorSocket) {
         return WriteFull(fd, request.data(), request.size()) && ReadFull(fd, reply.data(), reply.size()) &&
                reply[0] == 0x5a;
     };
-    Sides sides;
-    bool ok = fd >= 0 && moduleStep() && Compare(floorStep, moduleStep, &sides);
+    Measured sides[2];
+    bool ok = fd >= 0 && moduleStep() && floorStep() &&
+              Compare({floorStep, {getpid(), peerTid.load()}}, {moduleStep, emulator}, sides);
     if (fd >= 0) {
         shutdown(fd, SHUT_RDWR);
         close(fd);
@@ -244,27 +317,35 @@ bool CommandRoad(const std::string& cmdSocket, const std::string& floorSocket) {
     if (ok) {
         printf("command channel: request %zu bytes, reply %zu bytes\n", request.size(), replyLen);
         Report("cmd_exchange/socket_floor", sides);
+        ReportCountGoals("cmd", sides);
     }
     return ok;
 }
 
 }  // namespace
 
-int main() {
+// --no-io-uring: the emulator serves through the FUSE device even where the kernel offers the ring.
+int main(int argc, char** argv) {
+    std::vector<std::string> emulatorArgs(argv + 1, argv + argc);
+    if (emulatorArgs.size() > 1 || (argc == 2 && emulatorArgs[0] != "--no-io-uring")) {
+        fprintf(stderr, "usage: %s [--no-io-uring]\n", argv[0]);
+        return 2;
+    }
     if (!EnterPrivateMountNamespace("exchange_bench") || !StayOnOneCpu("exchange_bench")) {
         return 1;
     }
     vks_test::ScratchDir dir;
     vks_test::ChildProcess emulator;
-    if (!StartKit("exchange_bench", dir, {}, &emulator, {}, nullptr, nullptr)) {
+    if (!StartKit("exchange_bench", dir, emulatorArgs, &emulator, {}, nullptr, nullptr)) {
         return 1;
     }
     void* module = dlopen(vks_test::LibraryPath("libvksapiMultiTaskApp.so").c_str(), RTLD_NOW);
     auto exchange = module != nullptr
                         ? reinterpret_cast<ExchangeFn>(dlsym(module, "SyncBlockDXMPMsgInteraction"))
                         : nullptr;
-    bool ok = exchange != nullptr && ServiceFsRoad(exchange, dir.File("floor")) &&
-              CommandRoad(vks_test::EmulatorFilesIn(dir).cmdSocket, dir.File("floor.sock"));
+    const Task served = {emulator.Pid(), 0};
+    bool ok = exchange != nullptr && ServiceFsRoad(exchange, dir.File("floor"), served) &&
+              CommandRoad(vks_test::EmulatorFilesIn(dir).cmdSocket, dir.File("floor.sock"), served);
     if (exchange == nullptr) {
         fprintf(stderr, "exchange_bench: cannot load the module: %s\n", dlerror());
     }

@@ -3,6 +3,7 @@
 #include <fuse_lowlevel.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -85,8 +86,18 @@ bool FuseFloor::Mount(const std::string& dir, std::vector<uint8_t> reply) {
     if (session_ == nullptr || fuse_session_mount(session_, dir.c_str()) != 0) {
         return false;
     }
-    loop_ = std::thread([this] { fuse_session_loop(session_); });
+    loop_ = std::thread([this] {
+        loopTid_ = vks_bench::ThisThread().tid;
+        fuse_session_loop(session_);
+    });
+    while (loopTid_ == 0) {
+        std::this_thread::yield();
+    }
     return true;
+}
+
+vks_bench::Task FuseFloor::Server() const {
+    return {getpid(), loopTid_.load()};
 }
 
 FuseFloor::~FuseFloor() {

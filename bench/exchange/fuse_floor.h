@@ -5,10 +5,13 @@
 #ifndef VKS_FUSE_FLOOR_H
 #define VKS_FUSE_FLOOR_H
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "task_counts.h"
 
 struct fuse_session;
 
@@ -18,10 +21,13 @@ public:
     bool Mount(const std::string& dir, std::vector<uint8_t> reply);
     ~FuseFloor();  // unmounts
     const std::vector<uint8_t>& Reply() const { return reply_; }
+    // The thread that serves the mount.
+    vks_bench::Task Server() const;
 
 private:
     fuse_session* session_ = nullptr;
     std::thread loop_;
+    std::atomic<pid_t> loopTid_{0};
     std::vector<uint8_t> reply_;
 };
 

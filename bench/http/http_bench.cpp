@@ -2,6 +2,8 @@
 // beside the server's cheapest answer (the 404 of an unknown resource) measured just before it, with
 // keep-alive connections that each send their next request as soon as the answer is in. Every
 // answer's status and body are held to the answer fetched before the load: a wrong byte fails the run.
+// Beside each ratio: the access server's and the client's system calls per request (a counting pass
+// of one request at a time) and context switches per request (during the timed rounds).
 // Prints "metric <name> <value>" lines for bench/run.sh. Needs root (private mount namespace).
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -22,6 +24,7 @@
 #include "bench_kit.h"
 #include "http_client.h"
 #include "state_admin.h"
+#include "task_counts.h"
 
 using namespace vks_bench;
 
@@ -32,6 +35,8 @@ namespace {
 // pairs' ratios (a shared two-core machine moved a ratio of two separate 1.5 s loads by 30 %).
 const int kPairs = 5;
 const int64_t kRoundNs = 300000000;
+// Requests of the counting pass (then twice as many): one after another on one connection.
+const int kCountedRequests = 100;
 
 struct Load {
     const char* name;
@@ -43,6 +48,8 @@ struct LoadResult {
     double perSecond = 0;
     std::vector<double> latenciesMs;
     long wrong = 0;
+    uint64_t serverSwitches = 0;  // the access server's context switches during the load
+    uint64_t clientSwitches = 0;  // this thread's
 };
 
 struct Conn {
@@ -80,8 +87,39 @@ int Connect(uint16_t port) {
     return fd;
 }
 
+// Requests one after another on one keep-alive connection, for the counting pass: at one request
+// at a time the calls per request do not depend on how answers happen to bunch up.
+bool Sequential(uint16_t port, const std::string& target, int status, const std::string& body, int n) {
+    const std::string request = "GET " + target + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
+    int fd = Connect(port);
+    std::string in;
+    char buf[16384];
+    bool right = fd >= 0;
+    for (int i = 0; right && i < n; ++i) {
+        right =
+            send(fd, request.data(), request.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(request.size());
+        int gotStatus = 0;
+        std::string gotBody;
+        size_t used = 0;
+        while (right && (used = ParseAnswer(in, &gotStatus, &gotBody)) == 0) {
+            ssize_t got = recv(fd, buf, sizeof(buf), 0);
+            right = got > 0;
+            in.append(buf, got > 0 ? static_cast<size_t>(got) : 0);
+        }
+        right = right && gotStatus == status && gotBody == body && used == in.size();
+        in.clear();
+    }
+    if (fd >= 0) {
+        close(fd);
+    }
+    return right;
+}
+
 // Drives every connection from this one thread: the client must cost far less than the server.
-LoadResult RunLoad(uint16_t port, const Load& load, int status, const std::string& body, int64_t lengthNs) {
+LoadResult RunLoad(uint16_t port, const Task& server, const Load& load, int status, const std::string& body,
+                   int64_t lengthNs) {
+    const uint64_t server0 = ContextSwitches(server);
+    const uint64_t client0 = ContextSwitches(ThisThread());
     const std::string request = "GET " + load.target + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
     std::vector<Conn> conns(static_cast<size_t>(load.connections));
     std::vector<pollfd> fds;
@@ -135,6 +173,8 @@ LoadResult RunLoad(uint16_t port, const Load& load, int status, const std::strin
         }
     }
     const double seconds = static_cast<double>(NowNs() - start) / 1e9;
+    r.serverSwitches = ContextSwitches(server) - server0;
+    r.clientSwitches = ContextSwitches(ThisThread()) - client0;
     for (Conn& c : conns) {
         if (c.fd >= 0) {
             close(c.fd);
@@ -159,7 +199,8 @@ bool Reference(uint16_t port, const Load& load, int status, std::string* body) {
 // The floor's and the load's rounds in turn (each answer held to its reference), then one line:
 // the median ratio of the pairs, the floor's median req/s, and the load's latency percentiles over
 // all its rounds.
-bool Compare(uint16_t port, const Load& floor, int floorStatus, const Load& load, const char* name) {
+bool Compare(uint16_t port, const Task& server, const Load& floor, int floorStatus, const Load& load,
+             const char* name) {
     std::string floorBody;
     std::string body;
     if (!Reference(port, floor, floorStatus, &floorBody) || !Reference(port, load, 200, &body)) {
@@ -169,9 +210,11 @@ bool Compare(uint16_t port, const Load& floor, int floorStatus, const Load& load
     std::vector<double> floors;
     std::vector<double> loads;
     std::vector<double> latencies;
+    double answers[2] = {0, 0};
+    uint64_t switches[2][2] = {{0, 0}, {0, 0}};  // [floor, load][server, client]
     for (int pair = 0; pair < kPairs; ++pair) {
-        LoadResult f = RunLoad(port, floor, floorStatus, floorBody, kRoundNs);
-        LoadResult m = RunLoad(port, load, 200, body, kRoundNs);
+        LoadResult f = RunLoad(port, server, floor, floorStatus, floorBody, kRoundNs);
+        LoadResult m = RunLoad(port, server, load, 200, body, kRoundNs);
         if (f.wrong != 0 || m.wrong != 0 || f.perSecond <= 0) {
             fprintf(stderr, "http_bench: %s: answers with another status or body, or lost\n",
                     (f.wrong != 0 ? floor : load).target.c_str());
@@ -181,15 +224,39 @@ bool Compare(uint16_t port, const Load& floor, int floorStatus, const Load& load
         floors.push_back(f.perSecond);
         loads.push_back(m.perSecond);
         latencies.insert(latencies.end(), m.latenciesMs.begin(), m.latenciesMs.end());
+        const LoadResult* sides[2] = {&f, &m};
+        for (int side = 0; side < 2; ++side) {
+            answers[side] += static_cast<double>(sides[side]->latenciesMs.size());
+            switches[side][0] += sides[side]->serverSwitches;
+            switches[side][1] += sides[side]->clientSwitches;
+        }
+    }
+    std::vector<double> calls[2];
+    const Load* shapes[2] = {&floor, &load};
+    const std::string* bodies[2] = {&floorBody, &body};
+    const int statuses[2] = {floorStatus, 200};
+    for (int side = 0; side < 2; ++side) {
+        if (!CallsPerUnit(
+                {server, ThisThread()},
+                [&](int n) {
+                    return Sequential(port, shapes[side]->target, statuses[side], *bodies[side], n);
+                },
+                kCountedRequests, &calls[side])) {
+            return false;
+        }
     }
     std::sort(latencies.begin(), latencies.end());
     if (floorStatus != 200) {  // latencies of the module's resources; the floor's are context only
         printf("metric %s_p50_ms %.3f\nmetric %s_p99_ms %.3f\n", load.name, latencies[latencies.size() / 2],
                load.name, latencies[latencies.size() * 99 / 100]);
     }
+    // Per request, the load's beside the floor's: the access server's and this client's.
     printf(
-        "metric %s %.3f floor=%.0freq/s  (%.0f req/s, %d connections, median of %d pairs of %.1f s rounds)\n",
-        name, Median(ratios), Median(floors), Median(loads), load.connections, kPairs, kRoundNs / 1e9);
+        "metric %s %.3f floor=%.0freq/s calls=%.2f:%.2f switches=%.2f:%.2f client_calls=%.2f:%.2f "
+        "client_switches=%.2f:%.2f  (%.0f req/s, %d connections, median of %d pairs of %.1f s rounds)\n",
+        name, Median(ratios), Median(floors), calls[1][0], calls[0][0], switches[1][0] / answers[1],
+        switches[0][0] / answers[0], calls[1][1], calls[0][1], switches[1][1] / answers[1],
+        switches[0][1] / answers[0], Median(loads), load.connections, kPairs, kRoundNs / 1e9);
     return true;
 }
 
@@ -229,6 +296,7 @@ int main(int argc, char** argv) {
         !StartKit("http_bench", dir, {}, &emulator, {}, &server, &port)) {
         return 1;
     }
+    const Task served = {server.Pid(), 0};
     const std::string api = "/api/";
     const std::vector<Load> loads = {
         {"capacity", api + "MultiTaskAppTaskModesCapacity", 4},
@@ -248,14 +316,14 @@ int main(int argc, char** argv) {
     for (const Load& load : loads) {
         Load floor = {"404", api + "NoSuchResource", load.connections};
         if (ok && !sameTasks && wanted(load.name)) {
-            ok = Compare(port, floor, 404, load, (std::string(load.name) + "/404").c_str());
+            ok = Compare(port, served, floor, 404, load, (std::string(load.name) + "/404").c_str());
         }
     }
     // The asynchronous way against the synchronous one, in rounds of their own.
     if (ok && sameTasks) {
-        ok = Compare(port, loads[3], 200, loads[2], "enable_async/enable_sync_same_tasks");
+        ok = Compare(port, served, loads[3], 200, loads[2], "enable_async/enable_sync_same_tasks");
     } else if (ok && wanted("enable_async/enable_sync")) {
-        ok = Compare(port, loads[3], 200, loads[2], "enable_async/enable_sync");
+        ok = Compare(port, served, loads[3], 200, loads[2], "enable_async/enable_sync");
     }
     ok = server.Stop(SIGTERM, 20000) == 0 && ok;
     emulator.Stop(SIGTERM, 20000);

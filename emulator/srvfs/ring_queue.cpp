@@ -171,10 +171,19 @@ void RingQueue::Run(std::promise<bool>* prepared) {
         uring_.Close();  // entries of a queue are refused alike: none stay behind without a thread
     }
     while (ready) {
-        SubmitCommits();
+        bool replied = SubmitCommits();
         if (stop_) {
             uring_.SubmitAndWait(0);
             break;
+        }
+        if (replied) {
+            // Replies go out on their own, before the wait, as a server that writes its reply to
+            // the device and then reads: the client a reply wakes runs at once, and its next
+            // request (or the release it sends without waiting, and the open after it) is queued
+            // before this thread waits. Committing and waiting in one call put the thread to sleep
+            // after every reply, and a release then woke it on its own: a context switch more per
+            // exchange, and slower, though with one call less per request.
+            uring_.SubmitAndWait(0);
         }
         int res = uring_.SubmitAndWait(1);
         if (res < 0 && res != -EINTR && res != -EBUSY) {
@@ -235,7 +244,7 @@ void RingQueue::ArmWake() {
     sqe->user_data = kWakeTag;
 }
 
-void RingQueue::SubmitCommits() {
+bool RingQueue::SubmitCommits() {
     {
         std::lock_guard<std::mutex> lock(mutex_);
         local_.insert(local_.end(), replied_.begin(), replied_.end());
@@ -245,7 +254,9 @@ void RingQueue::SubmitCommits() {
         PrepareCommand(Sqe(), ring_abi::kCmdCommitAndFetch, entry);
         ++idle_;
     }
+    bool any = !local_.empty();
     local_.clear();
+    return any;
 }
 
 void RingQueue::Complete(const io_uring_cqe& cqe) {

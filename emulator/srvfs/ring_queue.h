@@ -68,7 +68,7 @@ private:
     io_uring_sqe* Sqe();
     void PrepareCommand(io_uring_sqe* sqe, uint32_t command, RingEntry* entry) const;
     void ArmWake();
-    void SubmitCommits();
+    bool SubmitCommits();  // true when there were replies to commit
     void Complete(const io_uring_cqe& cqe);
     void Dispatch(RingEntry* entry);
     void Refuse(RingEntry* entry, uint64_t unique, int error);
