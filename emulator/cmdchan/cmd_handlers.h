@@ -1,4 +1,5 @@
-// The emulator's answers to the command-channel commands of the command table, over the store. Faults are applied by the caller.
+// The emulator's answers to the command-channel commands of the command table, over the store.
+// Faults are applied by the caller.
 #ifndef CMDCHAN_CMD_HANDLERS_H
 #define CMDCHAN_CMD_HANDLERS_H
 
