@@ -30,7 +30,7 @@ namespace {
 // One request and the peers' behaviour, read from a "== " line of the golden file (the format
 // Header writes): the golden file is the table of cases. A new case is a new "== " line; the
 // update mode then fills in its transcript.
-struct Scenario {
+struct Case {
     std::string method, resource, query, body;
     std::string service;  // the analysis service's result item, or "absent"
     int cmdResult = 0;    // the command channel's result
@@ -50,7 +50,7 @@ std::string DebugText(const DebugLine& line) {
     return "debug " + std::to_string(line.level) + " switch " + std::to_string(line.debugFlag) + " " + text + "\n";
 }
 
-std::string Header(const Scenario& s) {
+std::string Header(const Case& s) {
     std::ostringstream out;
     out << "== " << s.method << " " << s.resource << s.query << " body " << s.body << " | service "
         << s.service << " | command " << s.cmdResult << " | reply " << s.replyStatus << "/" << s.replyUri
@@ -58,7 +58,7 @@ std::string Header(const Scenario& s) {
     return out.str();
 }
 
-bool ParseHeader(const std::string& line, Scenario* s) {
+bool ParseHeader(const std::string& line, Case* s) {
     static const std::regex kHeader(
         R"(== (\S+) ([^? ]+)(\?\S*)? body (.*) \| service (-?\d+|absent) \| command (-?\d+) \| reply )"
         R"((\d+)/(\d+)/(\d+)/(-?\d+))");
@@ -113,7 +113,7 @@ protected:
     }
     int* moduleFlag_ = nullptr;
 
-    std::string Run(const Scenario& s) {
+    std::string Run(const Case& s) {
         const bool up = s.service != "absent";
         serviceResult_ = up ? std::stoi(s.service) : 0;
         cmdResult_ = s.cmdResult;
@@ -201,7 +201,7 @@ TEST_F(Transcript, EveryCaseMatchesTheGoldenTranscript) {
     std::string all;
     int cases = 0;
     for (std::string line; std::getline(lines, line);) {
-        Scenario s;
+        Case s;
         if (line.rfind("== ", 0) == 0) {
             ASSERT_TRUE(ParseHeader(line, &s)) << "not a case: " << line;
             all += Run(s);
