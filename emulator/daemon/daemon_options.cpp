@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "command_table.h"
+#include "kit_dir.h"
 #include "web_files.h"
 
 namespace {
@@ -63,6 +64,7 @@ int KnownFaultTargets(const DaemonOptions& options, std::string* error) {
 }  // namespace
 
 int ParseDaemonOptions(int argc, char** argv, DaemonOptions* options, std::string* error) {
+    options->dbPath = kitdir::DefaultStateFile("emulator.db");
     options->cmd.dbPath = options->dbPath;
     options->control.webRoot = vks_web::DefaultWebRoot();
     for (int i = 1; i < argc; ++i) {
@@ -108,7 +110,12 @@ std::string DaemonUsage() {
                "even\n"
                "                           where the kernel offers its io_uring queues\n"
                "  --db=PATH                SQLite state file, created with demo data on first start "
-               "(default " VKS_EMULATOR_DEFAULT_DB
+               "(default:\n"
+               "                           /var/lib/vks-emulator/emulator.db for root, else\n"
+               "                           $XDG_STATE_HOME/vks-kit/emulator.db or ~/.local/state/vks-kit/emulator.db;\n"
+               "                           here: " +
+               (kitdir::DefaultStateFile("emulator.db").empty() ? std::string("none, give the option")
+                                                                 : kitdir::DefaultStateFile("emulator.db")) +
                ")\n"
                "  --control-port=PORT      serve the control API and console on 127.0.0.1:PORT (0: any free "
                "port; default: none)\n"

@@ -10,12 +10,10 @@
 #include "cmd_server.h"
 #include "control_server.h"
 
-#define VKS_EMULATOR_DEFAULT_DB "/var/lib/vks-emulator/emulator.db"
-
 struct DaemonOptions {
     std::string mountPoint = "/mnt/srvfs";
     bool ioUring = true;  // see srvfs::MountOptions
-    std::string dbPath = VKS_EMULATOR_DEFAULT_DB;
+    std::string dbPath;  // default: kitdir::DefaultStateFile("emulator.db")
     bool help = false;
     std::shared_ptr<faults::FaultTable> faults = std::make_shared<faults::FaultTable>();  // analysis service
     std::shared_ptr<faults::FaultTable> cmdFaults =

@@ -98,6 +98,9 @@ bool LoadScenario(const DaemonOptions& options, std::string* error) {
 int Serve(const DaemonOptions& options, const sigset_t& stopSignals) {
     std::string error;
     std::string note;
+    if (options.dbPath.empty()) {
+        return Fail("no state file: this user has neither $XDG_STATE_HOME nor $HOME; give --db=PATH");
+    }
     if (CheckFolders(options.cmd) != 0) {
         return 1;
     }

@@ -119,6 +119,17 @@ std::string DefaultResultDir() {
     return folder.empty() ? "" : folder + "/results";
 }
 
+std::string DefaultStateFile(const std::string& name) {
+    if (geteuid() == 0) {
+        return "/var/lib/vks-emulator/" + name;
+    }
+    std::string base = AbsoluteEnv("XDG_STATE_HOME");
+    if (base.empty() && !AbsoluteEnv("HOME").empty()) {
+        base = AbsoluteEnv("HOME") + "/.local/state";
+    }
+    return base.empty() ? "" : base + "/" + kFolderName + "/" + name;
+}
+
 std::string DescribeDefault(const std::string& path) {
     return std::string("in the private folder: /run/") + kFolderName + " for root, else $XDG_RUNTIME_DIR/" +
            kFolderName + "; here: " + (path.empty() ? "none, give the option" : path);

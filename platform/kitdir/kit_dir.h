@@ -15,6 +15,9 @@ std::string PrivateFolder();
 // <PrivateFolder()>/cmd.sock and <PrivateFolder()>/results; empty without a private folder.
 std::string DefaultCmdSocket();
 std::string DefaultResultDir();
+// A state file that outlives a run: /var/lib/vks-emulator/<name> for root, else
+// $XDG_STATE_HOME/vks-kit/<name> (else $HOME/.local/state/vks-kit/<name>); empty without either.
+std::string DefaultStateFile(const std::string& name);
 // Where the defaults come from, for --help: "<rule> (here: <path>)".
 std::string DescribeDefault(const std::string& path);
 // The folder a file path lies in ("." for a bare name).
