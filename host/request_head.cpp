@@ -75,6 +75,7 @@ int CheckRequestLine(const std::string& line, RequestHead* out, Refusal* refusal
     std::string target = line.substr(first + 1, second - first - 1);
     out->target = target.substr(0, sizeof(ZKAPI_RESPONSE_STATUS::RequestURL) - 1);
     out->head = method == "HEAD";
+    out->noBody = out->head || method == "TRACE";
     if (!IsToken(method) || !IsVisible(target)) {
         return Refuse(refusal, 400, kBadRequest);
     }
@@ -141,11 +142,13 @@ int NoteField(const std::string& line, uint64_t maxBody, Framing* f, bool* keep,
     return 0;
 }
 
-// The block as a whole: one Host (required from HTTP/1.1 on), one way of framing the body.
+// The block as a whole: one Host (required from HTTP/1.1 on), one way of framing the body, and no
+// body where evhttp would take it for the next request.
 int CheckFraming(const Framing& f, RequestHead* out, Refusal* refusal) {
     bool chunked = f.transferEncodings > 0;
+    bool body = chunked || f.length > 0;
     if (f.hosts > 1 || (f.hosts == 0 && out->minor >= 1) || f.transferEncodings > 1 ||
-        (chunked && (f.hasLength || out->minor == 0))) {
+        (chunked && (f.hasLength || out->minor == 0)) || (body && out->noBody)) {
         return Refuse(refusal, 400, kBadRequest);
     }
     if (f.lengthTooLarge) {

@@ -17,9 +17,10 @@ struct Refusal {
 };
 
 struct RequestHead {
-    std::string target;  // as sent, cut to the status envelope's field
-    bool head = false;   // a HEAD request: its answer has no body
-    int minor = 1;       // HTTP/1.<minor>
+    std::string target;   // as sent, cut to the status envelope's field
+    bool head = false;    // a HEAD request: its answer has no body
+    bool noBody = false;  // HEAD or TRACE: evhttp reads no body after it, whatever the head says
+    int minor = 1;        // HTTP/1.<minor>
     bool chunked = false;
     uint64_t contentLength = 0;
     // The request line and the header lines to hand on, each ended by CRLF, without the blank line;

@@ -1,7 +1,8 @@
 // The access server's request framing (host/request_framing.h) on any bytes, cut into pieces of any
 // size: what it hands to evhttp does not depend on how the bytes arrived, and is always what evhttp
 // reads one way only: heads of CRLF lines ending in a blank line, no Transfer-Encoding, at most one
-// Content-Length and that many body bytes, a stand-in only as the last head. Input: the piece size
+// Content-Length and that many body bytes (none after HEAD or TRACE, which evhttp reads without a
+// body), a stand-in only as the last head. Input: the piece size
 // (first byte), then the bytes of the connection.
 #include <event2/buffer.h>
 #include <strings.h>
@@ -79,6 +80,7 @@ int CheckStream(const std::string& s, bool refused) {
             break;  // the stand-in, last
         }
         FUZZ_CHECK(length <= vks_host::kMaxRequestBody);
+        FUZZ_CHECK(length == 0 || (head.compare(0, 5, "HEAD ") != 0 && head.compare(0, 6, "TRACE ") != 0));
         at += length < s.size() - at ? length : s.size() - at;  // the last body may still be coming
     }
     return heads;
