@@ -1,33 +1,15 @@
 #include "http_answer.h"
 
-#include <event2/buffer.h>
-
 #include <cstring>
 
 #include "cjson.h"
-#include "host_check.h"
+#include "web_files.h"
 #include "zkapi_common.h"
 
 namespace vks_host {
 
 void SendJson(struct evhttp_request* req, int code, const char* reason, const std::string& body) {
-    struct evkeyvalq* headers = evhttp_request_get_output_headers(req);
-    evhttp_add_header(headers, "Content-Type", "application/json; charset=utf-8");
-    vks_web::AddNoSniff(req);
-    // evhttp sends no length to an HTTP/1.0 client, and a HEAD answer's body and no length.
-    evhttp_add_header(headers, "Content-Length", std::to_string(body.size()).c_str());
-    if (evhttp_request_get_command(req) == EVHTTP_REQ_HEAD) {
-        evhttp_send_reply(req, code, reason, nullptr);
-        return;
-    }
-    struct evbuffer* out = evbuffer_new();
-    if (out == nullptr) {
-        evhttp_send_error(req, HTTP_INTERNAL, nullptr);
-        return;
-    }
-    evbuffer_add(out, body.data(), body.size());
-    evhttp_send_reply(req, code, reason, out);
-    evbuffer_free(out);
+    vks_web::SendBody(req, code, reason, "application/json; charset=utf-8", body);
 }
 
 std::string StatusEnvelope(int code, const char* reason, const char* target) {

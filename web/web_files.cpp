@@ -74,9 +74,9 @@ std::string RequestPath(struct evhttp_request* req) {
     return out;
 }
 
-void SendText(struct evhttp_request* req, int code, const char* type, const std::string& body) {
+void SendBody(struct evhttp_request* req, int code, const char* reason, const char* type,
+              const std::string& body) {
     AddNoSniff(req);
-    const char* reason = code == 200 ? "OK" : "Error";
     struct evkeyvalq* headers = evhttp_request_get_output_headers(req);
     evhttp_add_header(headers, "Content-Type", type);
     // evhttp sends no length to an HTTP/1.0 client, and a HEAD answer's body and no length.
@@ -93,6 +93,10 @@ void SendText(struct evhttp_request* req, int code, const char* type, const std:
     evbuffer_add(out, body.data(), body.size());
     evhttp_send_reply(req, code, reason, out);
     evbuffer_free(out);
+}
+
+void SendText(struct evhttp_request* req, int code, const char* type, const std::string& body) {
+    SendBody(req, code, code == 200 ? "OK" : "Error", type, body);
 }
 
 void SendFile(struct evhttp_request* req, const std::string& root, const std::string& relative,

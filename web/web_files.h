@@ -29,8 +29,11 @@ std::string RequestPath(struct evhttp_request* req);
 // The port a listening socket was bound to (IPv4 or IPv6); 0 when it cannot be read.
 uint16_t BoundPort(struct evhttp_bound_socket* socket);
 
-// Sends a text body with the given content type, status and Content-Length; a HEAD answer has
-// the same headers and no body.
+// Sends body with the given status, content type and Content-Length; a HEAD answer has the same
+// headers and no body.
+void SendBody(struct evhttp_request* req, int code, const char* reason, const char* type,
+              const std::string& body);
+// The same with the reason "OK" for 200 and "Error" otherwise.
 void SendText(struct evhttp_request* req, int code, const char* type, const std::string& body);
 
 }  // namespace vks_web
