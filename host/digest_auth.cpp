@@ -12,6 +12,7 @@
 #include <map>
 
 #include "http_records.h"
+#include "request_head.h"
 
 namespace vks_host {
 namespace {
@@ -82,10 +83,6 @@ bool Base64Decode(const char* text, std::string* out) {
     return true;
 }
 
-bool IsTokenChar(char c) {
-    return isalnum(static_cast<unsigned char>(c)) || (c != '\0' && strchr("!#$%&'*+-.^_`|~", c) != nullptr);
-}
-
 void SkipSpace(const char** p) {
     while (**p == ' ' || **p == '\t') {
         ++*p;
@@ -95,7 +92,7 @@ void SkipSpace(const char** p) {
 // One value: a token or a quoted string (backslash escapes the next character).
 bool ParseValue(const char** p, std::string* value) {
     if (**p != '"') {
-        while (IsTokenChar(**p)) {
+        while (IsTokenChar(static_cast<unsigned char>(**p))) {
             *value += *(*p)++;
         }
         return !value->empty();
@@ -119,7 +116,7 @@ bool ParseParams(const char* p, std::map<std::string, std::string>* params) {
     for (;;) {
         SkipSpace(&p);
         std::string name;
-        while (IsTokenChar(*p)) {
+        while (IsTokenChar(static_cast<unsigned char>(*p))) {
             name += static_cast<char>(tolower(static_cast<unsigned char>(*p++)));
         }
         SkipSpace(&p);
