@@ -53,14 +53,14 @@ struct bufferevent* NewConnectionBufferevent(struct event_base* base, struct ssl
         return bufferevent_socket_new(base, -1, BEV_OPT_CLOSE_ON_FREE);
     }
     SSL* ssl = SSL_new(ctx);
-    if (ssl == nullptr) {
-        return nullptr;
-    }
-    // With BEV_OPT_CLOSE_ON_FREE the bufferevent frees the session with itself.
+    // With BEV_OPT_CLOSE_ON_FREE the bufferevent frees the session with itself, and when it cannot
+    // be made, at once.
     struct bufferevent* bev =
-        bufferevent_openssl_socket_new(base, -1, ssl, BUFFEREVENT_SSL_ACCEPTING, BEV_OPT_CLOSE_ON_FREE);
+        ssl != nullptr
+            ? bufferevent_openssl_socket_new(base, -1, ssl, BUFFEREVENT_SSL_ACCEPTING, BEV_OPT_CLOSE_ON_FREE)
+            : nullptr;
     if (bev == nullptr) {
-        SSL_free(ssl);
+        ERR_clear_error();  // not to be reported as the cause of a later session's failure
         return nullptr;
     }
     // Many clients close without a close_notify once they have their answer: an end of file, not an

@@ -1,6 +1,11 @@
 // Every resource and method through the access server's phase runner and the real module, against
 // a scripted analysis service and command-channel peer, failing each allocation in turn; then the
 // codec and the status envelope on their own.
+#include <event2/event.h>
+#include <openssl/err.h>
+#include <openssl/ssl.h>
+
+#include <cstdlib>
 #include <set>
 #include <string>
 
@@ -10,6 +15,7 @@
 #include "failing_alloc.h"
 #include "host_in_process.h"
 #include "json_codec/record_bindings.h"
+#include "tls.h"
 #include "vks_multi_task_records.h"
 #include "vks_os/access_server/zkapi/inc/zkapi_business_common.h"
 
@@ -96,6 +102,29 @@ TEST_F(AllocSweep, CodecAndStatusEnvelope) {
         },
         [](int result) { return result == -1; });
     std::printf("[ alloc    ] codec and envelope: %ld injected failures\n", total);
+}
+
+// libevent's next allocation fails (its own allocator hook; the sweep's would also fail allocations
+// after which libevent 2.1 itself crashes).
+bool g_failNextEventAlloc = false;
+void* FailingEventMalloc(size_t size) {
+    bool fail = g_failNextEventAlloc;
+    g_failNextEventAlloc = false;
+    return fail ? nullptr : malloc(size);
+}
+
+// An HTTPS connection whose bufferevent cannot be made: the TLS session it was handed is freed once.
+TEST(TlsConnection, ASessionWithoutItsBuffereventIsFreedOnce) {
+    struct event_base* base = event_base_new();
+    SSL_CTX* ctx = SSL_CTX_new(TLS_server_method());
+    ASSERT_TRUE(base != nullptr && ctx != nullptr);
+    event_set_mem_functions(&FailingEventMalloc, &realloc, &free);
+    g_failNextEventAlloc = true;
+    EXPECT_EQ(vks_host::NewConnectionBufferevent(base, ctx), nullptr);
+    event_set_mem_functions(&malloc, &realloc, &free);
+    EXPECT_EQ(ERR_peek_error(), 0ul) << "an error left for the next session";
+    SSL_CTX_free(ctx);
+    event_base_free(base);
 }
 
 }  // namespace
