@@ -58,8 +58,11 @@ int CheckVersion(const std::string& version, int* minor, Refusal* refusal) {
         *minor = version[7] - '0';
         return 0;
     }
-    bool wellFormed = version.size() == 8 && version.compare(0, 5, "HTTP/") == 0 && isdigit(version[5]) &&
-                      version[6] == '.' && isdigit(version[7]);
+    // The version is not checked for visible characters first: a byte from 0x80 on must not reach
+    // isdigit() as a negative value.
+    bool wellFormed = version.size() == 8 && version.compare(0, 5, "HTTP/") == 0 &&
+                      isdigit(static_cast<unsigned char>(version[5])) && version[6] == '.' &&
+                      isdigit(static_cast<unsigned char>(version[7]));
     return wellFormed ? Refuse(refusal, 505, "HTTP Version Not Supported")
                       : Refuse(refusal, 400, kBadRequest);
 }
