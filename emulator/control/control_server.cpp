@@ -6,6 +6,7 @@
 #include <event2/keyvalq_struct.h>
 #include <event2/thread.h>
 
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -62,15 +63,77 @@ void SendError(struct evhttp_request* req, int code, const std::string& message)
     SendControlError(req, code, message);
 }
 
-// The request body parsed as JSON, or null (an error already sent) when it is not JSON.
+// json-c clamps an integer beyond 64 bits to the nearest end instead of refusing it, so a row would
+// be stored with another number than the one sent. False when an integer literal of text (JSON the
+// strict parser took: digits outside strings belong to numbers) does not fit 64 bits.
+bool IntegersFit(const std::string& text) {
+    bool inString = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        char c = text[i];
+        if (inString) {
+            i += c == '\\' ? 1 : 0;  // an escaped character, a quote too
+            inString = c != '"';
+            continue;
+        }
+        if (c == '"') {
+            inString = true;
+            continue;
+        }
+        if (c != '-' && !isdigit(static_cast<unsigned char>(c))) {
+            continue;
+        }
+        size_t end = i + (c == '-' ? 1 : 0);
+        while (end < text.size() && isdigit(static_cast<unsigned char>(text[end]))) {
+            ++end;
+        }
+        bool integer = end == text.size() || strchr(".eE", text[end]) == nullptr;
+        std::string literal = text.substr(i, end - i);
+        errno = 0;
+        if (integer && c == '-') {
+            (void)strtoll(literal.c_str(), nullptr, 10);
+        } else if (integer) {
+            (void)strtoull(literal.c_str(), nullptr, 10);
+        }
+        if (errno == ERANGE) {
+            return false;
+        }
+        while (end < text.size() && strchr("0123456789.eE+-", text[end]) != nullptr) {
+            ++end;
+        }
+        i = end - 1;
+    }
+    return true;
+}
+
+// The request body parsed as JSON, or null (an error already sent) when it is not JSON. Strict: no
+// text after the value, no trailing comma, nothing after a NUL byte.
 json_object* JsonBody(struct evhttp_request* req) {
     struct evbuffer* in = evhttp_request_get_input_buffer(req);
     std::string text(evbuffer_get_length(in), '\0');
     evbuffer_copyout(in, &text[0], text.size());
-    json_tokener_error why = json_tokener_success;
-    json_object* value = json_tokener_parse_verbose(text.c_str(), &why);
-    if (value == nullptr) {
-        SendError(req, 400, std::string("body is not JSON: ") + json_tokener_error_desc(why));
+    json_tokener* tokener = json_tokener_new();
+    if (tokener == nullptr) {
+        SendError(req, 500, "out of memory");
+        return nullptr;
+    }
+    json_tokener_set_flags(tokener, JSON_TOKENER_STRICT);
+    // The length takes the NUL in: a value at the very end of the body is complete.
+    json_object* value = json_tokener_parse_ex(tokener, text.c_str(), static_cast<int>(text.size() + 1));
+    json_tokener_error why = json_tokener_get_error(tokener);
+    bool whole = why == json_tokener_success && json_tokener_get_parse_end(tokener) >= text.size();
+    json_tokener_free(tokener);
+    if (!whole) {
+        json_object_put(value);
+        SendError(req, 400,
+                  std::string("body is not JSON: ") +
+                      json_tokener_error_desc(why == json_tokener_success ? json_tokener_error_parse_unexpected
+                                                                          : why));
+        return nullptr;
+    }
+    if (!IntegersFit(text)) {
+        json_object_put(value);
+        SendError(req, 400, "an integer of the body does not fit 64 bits");
+        return nullptr;
     }
     return value;
 }
