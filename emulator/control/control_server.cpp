@@ -6,7 +6,6 @@
 #include <event2/keyvalq_struct.h>
 #include <event2/thread.h>
 
-#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -15,6 +14,7 @@
 #include "control_answer.h"
 #include "control_guard.h"
 #include "fault_json.h"
+#include "json_text.h"
 #include "scenario.h"
 #include "state_admin.h"
 #include "web_files.h"
@@ -63,77 +63,15 @@ void SendError(struct evhttp_request* req, int code, const std::string& message)
     SendControlError(req, code, message);
 }
 
-// json-c clamps an integer beyond 64 bits to the nearest end instead of refusing it, so a row would
-// be stored with another number than the one sent. False when an integer literal of text (JSON the
-// strict parser took: digits outside strings belong to numbers) does not fit 64 bits.
-bool IntegersFit(const std::string& text) {
-    bool inString = false;
-    for (size_t i = 0; i < text.size(); ++i) {
-        char c = text[i];
-        if (inString) {
-            i += c == '\\' ? 1 : 0;  // an escaped character, a quote too
-            inString = c != '"';
-            continue;
-        }
-        if (c == '"') {
-            inString = true;
-            continue;
-        }
-        if (c != '-' && !isdigit(static_cast<unsigned char>(c))) {
-            continue;
-        }
-        size_t end = i + (c == '-' ? 1 : 0);
-        while (end < text.size() && isdigit(static_cast<unsigned char>(text[end]))) {
-            ++end;
-        }
-        bool integer = end == text.size() || strchr(".eE", text[end]) == nullptr;
-        std::string literal = text.substr(i, end - i);
-        errno = 0;
-        if (integer && c == '-') {
-            (void)strtoll(literal.c_str(), nullptr, 10);
-        } else if (integer) {
-            (void)strtoull(literal.c_str(), nullptr, 10);
-        }
-        if (errno == ERANGE) {
-            return false;
-        }
-        while (end < text.size() && strchr("0123456789.eE+-", text[end]) != nullptr) {
-            ++end;
-        }
-        i = end - 1;
-    }
-    return true;
-}
-
-// The request body parsed as JSON, or null (an error already sent) when it is not JSON. Strict: no
-// text after the value, no trailing comma, nothing after a NUL byte.
+// The request body parsed as JSON, or null (an error already sent) when it is not JSON.
 json_object* JsonBody(struct evhttp_request* req) {
     struct evbuffer* in = evhttp_request_get_input_buffer(req);
     std::string text(evbuffer_get_length(in), '\0');
     evbuffer_copyout(in, &text[0], text.size());
-    json_tokener* tokener = json_tokener_new();
-    if (tokener == nullptr) {
-        SendError(req, 500, "out of memory");
-        return nullptr;
-    }
-    json_tokener_set_flags(tokener, JSON_TOKENER_STRICT);
-    // The length takes the NUL in: a value at the very end of the body is complete.
-    json_object* value = json_tokener_parse_ex(tokener, text.c_str(), static_cast<int>(text.size() + 1));
-    json_tokener_error why = json_tokener_get_error(tokener);
-    bool whole = why == json_tokener_success && json_tokener_get_parse_end(tokener) >= text.size();
-    json_tokener_free(tokener);
-    if (!whole) {
-        json_object_put(value);
-        SendError(req, 400,
-                  std::string("body is not JSON: ") +
-                      json_tokener_error_desc(why == json_tokener_success ? json_tokener_error_parse_unexpected
-                                                                          : why));
-        return nullptr;
-    }
-    if (!IntegersFit(text)) {
-        json_object_put(value);
-        SendError(req, 400, "an integer of the body does not fit 64 bits");
-        return nullptr;
+    std::string why;
+    json_object* value = ParseStrictJson(text, &why);
+    if (value == nullptr) {
+        SendError(req, 400, "body " + why);
     }
     return value;
 }

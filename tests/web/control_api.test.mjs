@@ -208,8 +208,8 @@ test("each out-of-range, missing-key and bad-filter case gets 400 in the port's 
     // Bodies JSON.stringify never makes: what json-c alone would take (trailing text, a trailing
     // comma) or silently clamp (an integer beyond 64 bits).
     const raw = [
-        ["historySwitches", '[{"channelId": 18446744073709551616, "enableRecord": 1}]', "an integer of the body does not fit"],
-        ["historySwitches", '[{"channelId": 5, "enableRecord": -9223372036854775809}]', "an integer of the body does not fit"],
+        ["historySwitches", '[{"channelId": 18446744073709551616, "enableRecord": 1}]', "body has an integer that does not fit 64 bits"],
+        ["historySwitches", '[{"channelId": 5, "enableRecord": -9223372036854775809}]', "body has an integer that does not fit 64 bits"],
         ["historySwitches", '[{"channelId": 5, "enableRecord": 1}] x', "body is not JSON"],
         ["historySwitches", '[{"channelId": 5, "enableRecord": 1},]', "body is not JSON"],
     ];
