@@ -69,8 +69,8 @@ json_object* ParseStrictJson(const std::string& text, std::string* why) {
         json_object_put(value);
         *why = whole ? "has an integer that does not fit 64 bits"
                      : std::string("is not JSON: ") +
-                           json_tokener_error_desc(error == json_tokener_success ? json_tokener_error_parse_unexpected
-                                                                                 : error);
+                           json_tokener_error_desc(
+                               error == json_tokener_success ? json_tokener_error_parse_unexpected : error);
         return nullptr;
     }
     return value;

@@ -273,8 +273,8 @@ TEST_F(ClientTest, APeerOfAnotherUserIsRefused) {
         snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", squatted.c_str());
         bool ok = setresgid(kOther, kOther, kOther) == 0 && setresuid(kOther, kOther, kOther) == 0 &&
                   (fd = socket(AF_UNIX, SOCK_STREAM, 0)) >= 0 &&
-                  bind(fd, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) == 0 && listen(fd, 4) == 0 &&
-                  write(ready[1], "1", 1) == 1;
+                  bind(fd, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) == 0 &&
+                  listen(fd, 4) == 0 && write(ready[1], "1", 1) == 1;
         alarm(10);
         int conn = ok ? accept(fd, nullptr, nullptr) : -1;
         unsigned char head[16];

@@ -215,8 +215,9 @@ TEST_F(ScenarioFileTest, AFileOnlyJsonCWouldTakeIsRefusedWithItsReason) {
         const char* error;
     } cases[] = {
         {demo + " x", "is not JSON"},
-        {std::string(demo).replace(demo.find(channel), channel.size(),
-                                   "\"historySwitches\": [{\"channelId\": 18446744073709551616, \"enableRecord\": 1}]"),
+        {std::string(demo).replace(
+             demo.find(channel), channel.size(),
+             "\"historySwitches\": [{\"channelId\": 18446744073709551616, \"enableRecord\": 1}]"),
          "has an integer that does not fit 64 bits"},
     };
     for (const auto& c : cases) {
