@@ -58,7 +58,8 @@ json_object* ParseStrictJson(const std::string& text, std::string* why) {
         *why = "could not be read: out of memory";
         return nullptr;
     }
-    json_tokener_set_flags(tokener, JSON_TOKENER_STRICT);
+    // Texts are UTF-8: a name of other bytes would travel on into the module's result files.
+    json_tokener_set_flags(tokener, JSON_TOKENER_STRICT | JSON_TOKENER_VALIDATE_UTF8);
     // The length takes the NUL in: a value at the very end of the text is complete. Nothing may
     // follow it, a NUL byte in the text neither.
     json_object* value = json_tokener_parse_ex(tokener, text.c_str(), static_cast<int>(text.size() + 1));

@@ -1,6 +1,7 @@
 // JSON texts the control plane takes from outside (request bodies, scenario files), read strictly:
 // json-c alone takes text after the value and a trailing comma, and clamps an integer beyond 64 bits
-// to the nearest end, so a row would be stored with another number than the one written.
+// to the nearest end, so a row would be stored with another number than the one written; it takes
+// texts of bytes that are no UTF-8 as well.
 #ifndef VKS_CONTROL_JSON_TEXT_H
 #define VKS_CONTROL_JSON_TEXT_H
 

@@ -212,6 +212,9 @@ test("each out-of-range, missing-key and bad-filter case gets 400 in the port's 
         ["historySwitches", '[{"channelId": 5, "enableRecord": -9223372036854775809}]', "body has an integer that does not fit 64 bits"],
         ["historySwitches", '[{"channelId": 5, "enableRecord": 1}] x', "body is not JSON"],
         ["historySwitches", '[{"channelId": 5, "enableRecord": 1},]', "body is not JSON"],
+        // A name of bytes that are no UTF-8: the module's result files would carry them on.
+        ["historyRecords", Buffer.from('[{"SnapTime": "2024-05-01T10:00:00", "ChannelId": 5, "DatabaseType": 1, "FirstAttri": 0, ' +
+            '"SecondAttri": 0, "LibId": 3, "Name": "\xff\xfe", "MatchRate": 50}]', "latin1"), "body is not JSON: invalid utf-8"],
     ];
     for (const [kind, text, words] of raw) {
         await t.test(`${kind} ${text}`, async () => {
