@@ -64,15 +64,20 @@ if [ "${VKS_TLS:-0}" = 1 ]; then
   scripts/tls-pair.sh "$tls"
   scheme=https
   login_args+=(--tls-cert "$tls/cert.pem" --tls-key "$tls/key.pem")
-  curl_options+="--cacert $tls/cert.pem "
+  curl_options+="--cacert $(printf %q "$tls/cert.pem") "
 fi
 if [ -n "${VKS_AUTH_FILE:-}" ]; then
   login_args+=(--auth-file "$(realpath "$VKS_AUTH_FILE")")
-  curl_options+="--digest -u $(head -n1 "$VKS_AUTH_FILE" | cut -d: -f1) "
+  curl_options+="--digest -u $(printf %q "$(head -n1 "$VKS_AUTH_FILE" | cut -d: -f1)") "
 fi
-# The curl lines as printed, with what HTTPS and the login need.
+# The curl lines as printed, with what HTTPS and the login need (shell-quoted: a path with a blank
+# or a user name with a sed metacharacter stays one word and itself).
 with_curl_options() {
-  sed "s|^  curl |  curl $curl_options|"
+  local line
+  while IFS= read -r line; do
+    [[ $line != "  curl "* ]] || line="  curl $curl_options${line#  curl }"
+    printf '%s\n' "$line"
+  done
 }
 
 emulator_pid=""

@@ -45,6 +45,9 @@ std::string ResultName() {
     unsigned char bytes[16] = {};
     for (size_t got = 0; got < sizeof(bytes);) {
         ssize_t n = getrandom(bytes + got, sizeof(bytes) - got, 0);
+        if (n < 0 && errno != EINTR) {
+            return "";  // no randomness (a sandbox without the call): a name that could be guessed is worse
+        }
         got += n > 0 ? static_cast<size_t>(n) : 0;
     }
     std::string name = "history-";
@@ -62,6 +65,10 @@ bool WriteResultFile(int dirFd, const std::string& dir, const std::string& text,
     int fd = -1;
     for (int tries = 0; fd < 0 && tries < 4; ++tries) {
         name = ResultName();
+        if (name.empty()) {
+            *error = std::string("no random result name: getrandom: ") + strerror(errno);
+            return false;
+        }
         fd = openat(dirFd, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
         if (fd < 0 && errno != EEXIST) {
             break;

@@ -12,7 +12,8 @@ namespace cmdchan {
 // {"TotalNum": n, "StartIndex": i, "ReturnNum": k, "Records": [ {...}, ... ]}
 std::string HistoryResultJson(long long total, uint32_t startIndex, const std::vector<HistoryRow>& rows);
 
-// A result file name nobody can guess: "history-<32 random hex digits>.json".
+// A result file name nobody can guess: "history-<32 random hex digits>.json"; empty when the system
+// gives no randomness.
 std::string ResultName();
 
 // Writes text to a new file in the folder open as dirFd (named dir), mode 0600, never through a link

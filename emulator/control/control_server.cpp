@@ -14,6 +14,7 @@
 #include "control_answer.h"
 #include "control_guard.h"
 #include "fault_json.h"
+#include "json_text.h"
 #include "scenario.h"
 #include "state_admin.h"
 #include "web_files.h"
@@ -67,10 +68,10 @@ json_object* JsonBody(struct evhttp_request* req) {
     struct evbuffer* in = evhttp_request_get_input_buffer(req);
     std::string text(evbuffer_get_length(in), '\0');
     evbuffer_copyout(in, &text[0], text.size());
-    json_tokener_error why = json_tokener_success;
-    json_object* value = json_tokener_parse_verbose(text.c_str(), &why);
+    std::string why;
+    json_object* value = ParseStrictJson(text, &why);
     if (value == nullptr) {
-        SendError(req, 400, std::string("body is not JSON: ") + json_tokener_error_desc(why));
+        SendError(req, 400, "body " + why);
     }
     return value;
 }

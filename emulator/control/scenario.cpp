@@ -4,6 +4,7 @@
 
 #include "command_table.h"
 #include "fault_json.h"
+#include "json_text.h"
 
 namespace control {
 namespace {
@@ -93,9 +94,9 @@ bool ImportScenario(StateAdmin& state, const FaultTables& faults, json_object* s
 
 bool LoadScenarioFile(const std::string& path, const std::string& dbPath, const FaultTables& faults,
                       std::string* error) {
-    json_object* scenario = json_object_from_file(path.c_str());
+    json_object* scenario = ParseStrictJsonFile(path, error);
     if (scenario == nullptr) {
-        *error = "scenario " + path + ": " + json_util_get_last_err();
+        *error = "scenario " + *error;
         return false;
     }
     std::unique_ptr<StateAdmin> state = StateAdmin::Open(dbPath, error);

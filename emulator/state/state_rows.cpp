@@ -77,6 +77,10 @@ std::string CheckValue(const KeyRule& rule, json_object* value) {
         if (!json_object_is_type(value, json_type_string)) {
             return "a text is expected";
         }
+        // A NUL would cut the text where it is stored: what is kept would not be what was sent.
+        if (static_cast<size_t>(json_object_get_string_len(value)) != strlen(text)) {
+            return "a text without NUL bytes is expected";
+        }
         if (rule.type == KeyRule::kTime && !ValidTime(text)) {
             return "a time YYYY-MM-DDTHH:MM:SS is expected";
         }

@@ -37,6 +37,23 @@ void Disconnect(tagUNIX_SOCKET_S* sock) {
     }
 }
 
+// The server the socket reaches runs as this user or as root. Its folder was checked at start, but
+// a user who owns a folder above it can swap it since, and a server of that user's could then name
+// any file as a result for the module to read and remove.
+bool TrustedPeer(int fd, const std::string& path) {
+    struct ucred peer = {};
+    socklen_t size = sizeof(peer);
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) {
+        return false;
+    }
+    if (peer.uid != 0 && peer.uid != geteuid()) {
+        CMD_LOG("[CMDCHAN]:%s served by uid %u, neither this user nor root: refused", path.c_str(),
+                static_cast<unsigned>(peer.uid));
+        return false;
+    }
+    return true;
+}
+
 cmdframe::IoStatus Connect(tagUNIX_SOCKET_S* sock, int64_t deadlineMs) {
     struct sockaddr_un addr;
     memset(&addr, 0, sizeof(addr));
@@ -58,7 +75,7 @@ cmdframe::IoStatus Connect(tagUNIX_SOCKET_S* sock, int64_t deadlineMs) {
     // Connected, the socket blocks, at most the handle's time-out: a reply that comes at once is
     // then read with one call, not a failed read, a poll and a read again.
     struct timeval wait = {sock->timeoutMs / 1000, (sock->timeoutMs % 1000) * 1000};
-    if (!connected || fcntl(fd, F_SETFL, 0) != 0 ||
+    if (!connected || !TrustedPeer(fd, sock->path) || fcntl(fd, F_SETFL, 0) != 0 ||
         setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof(wait)) != 0) {
         cmdframe::IoStatus st = !connected && errno == EAGAIN ? cmdframe::kIoTimeout : cmdframe::kIoError;
         close(fd);

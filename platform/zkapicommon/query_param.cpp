@@ -85,12 +85,13 @@ Found FindValueOrThrow(const tagHTTP_HEADER_S* header, const std::string& key, s
     return Found::kAbsent;
 }
 
-// The same, with running out of memory reported as absent: nothing was learnt about the key.
+// The same, with running out of memory reported as unusable: the key may well be there, and a
+// caller that took it for absent would widen what it does (a ranged deletion would delete all).
 Found FindValue(const tagHTTP_HEADER_S* header, const std::string& key, std::string* value) {
     try {
         return FindValueOrThrow(header, key, value);
     } catch (const std::bad_alloc&) {
-        return Found::kAbsent;
+        return Found::kUnusable;
     }
 }
 

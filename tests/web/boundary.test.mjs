@@ -229,6 +229,12 @@ test("raw probes: Host, Origin, content type, preflight, headers and bounds", { 
             (a) => assert.equal(JSON.parse(a.body).error, "no such path: /" + "e".repeat(254))],
         ["missing console file", () => get(control, "/console/" + "f".repeat(1000), "127.0.0.1"), 404,
             (a) => assert.equal(JSON.parse(a.body).error, "no such file: /console/" + "f".repeat(246))],
+        // The answer stays UTF-8, as its type says: a byte that is no character is repeated as the
+        // client wrote it, and the cut falls between characters.
+        ["echoed path, bytes that are not UTF-8", () => get(control, "/control/%FF%FE%ED%A0%80", "127.0.0.1"), 404,
+            (a) => assert.equal(utf8Json(a).error, "no such path: /control/%FF%FE%ED%A0%80")],
+        ["echoed path, cut inside a character", () => get(control, "/x" + "%C3%A9".repeat(200), "127.0.0.1"), 404,
+            (a) => assert.equal(utf8Json(a).error, "no such path: /x" + "\u00e9".repeat(126))],
     ];
     for (const [name, request, status, check] of cases) {
         await t.test(name, async () => {
@@ -241,6 +247,9 @@ test("raw probes: Host, Origin, content type, preflight, headers and bounds", { 
     }
     assert.equal(JSON.parse((await get(control, "/control/faults", "127.0.0.1")).body).filter((f) => f.noReply).length, 0);
 });
+
+// The body of a raw answer decoded as UTF-8 strictly (a byte that is not one throws), then parsed.
+const utf8Json = (answer) => JSON.parse(new TextDecoder("utf-8", { fatal: true }).decode(Buffer.from(answer.body, "latin1")));
 
 function framingRefused(answer) {
     assert.equal(answer.headers["x-frame-options"], "DENY");

@@ -190,6 +190,7 @@ test("each out-of-range, missing-key and bad-filter case gets 400 in the port's 
         ["historyRecords", [{ ...record, MatchRate: 101 }], "historyRecords row 0: MatchRate: 101 is not an integer in 0..100"],
         ["historyRecords", [{ ...record, SnapTime: "2024-05-01" }], "historyRecords row 0: SnapTime: a time"],
         ["historyRecords", [without(record, "Name")], "historyRecords row 0: Name: required, missing"],
+        ["historyRecords", [{ ...record, Name: "T\u0000x" }], "historyRecords row 0: Name: a text without NUL"],
         ["counts", [{ slot: 1, available: 1, capacity: 1 }, { slot: 1, available: 2, capacity: 2 }], "counts row 1: slot: 1 is in an earlier row already"],
         ["popUps", [{ channelId: 5, blackPopUp: 0, whitePopUp: 0 }, { channelId: 5, blackPopUp: 1, whitePopUp: 1 }], "popUps row 1: channelId: 5 is in an earlier row already"],
         ["historySwitches", [{ channelId: 5, enableRecord: 0 }, { channelId: 5, enableRecord: 1 }], "historySwitches row 1: channelId: 5 is in an earlier row already"],
@@ -202,6 +203,27 @@ test("each out-of-range, missing-key and bad-filter case gets 400 in the port's 
             assert.equal(put.status, 400);
             assert.ok(put.value.error.startsWith(words), put.value.error);
             assert.doesNotMatch(put.value.error, /constraint|SQLITE|sqlite/);
+        });
+    }
+    // Bodies JSON.stringify never makes: what json-c alone would take (trailing text, a trailing
+    // comma) or silently clamp (an integer beyond 64 bits).
+    const raw = [
+        ["historySwitches", '[{"channelId": 18446744073709551616, "enableRecord": 1}]', "body has an integer that does not fit 64 bits"],
+        ["historySwitches", '[{"channelId": 5, "enableRecord": -9223372036854775809}]', "body has an integer that does not fit 64 bits"],
+        ["historySwitches", '[{"channelId": 5, "enableRecord": 1}] x', "body is not JSON"],
+        ["historySwitches", '[{"channelId": 5, "enableRecord": 1},]', "body is not JSON"],
+        // A name of bytes that are no UTF-8: the module's result files would carry them on.
+        ["historyRecords", Buffer.from('[{"SnapTime": "2024-05-01T10:00:00", "ChannelId": 5, "DatabaseType": 1, "FirstAttri": 0, ' +
+            '"SecondAttri": 0, "LibId": 3, "Name": "\xff\xfe", "MatchRate": 50}]', "latin1"), "body is not JSON: invalid utf-8"],
+    ];
+    for (const [kind, text, words] of raw) {
+        await t.test(`${kind} ${text}`, async () => {
+            const put = await fetch(`${kit.control}/control/state/${kind}`, {
+                method: "PUT", body: text, headers: { "Content-Type": "application/json" },
+                signal: AbortSignal.timeout(10000),
+            });
+            assert.equal(put.status, 400);
+            assert.ok((await put.json()).error.startsWith(words));
         });
     }
     assert.deepEqual((await kit.ctl("GET", "/control/state")).value, before);

@@ -1,9 +1,12 @@
 // The host's command-channel client against peers on a real unix socket: the bytes it sends, the
 // replies it accepts or refuses, its time-out and its reconnection.
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <thread>
@@ -244,6 +247,55 @@ TEST_F(ClientTest, ReconnectsAfterThePeerWentAway) {
         EXPECT_EQ(2u, peer.Requests().size());
     }
     UnixSocketClose(sock);
+}
+
+// A user who can swap the socket's folder after the server checked it (one who owns a folder above
+// it) listens there and answers every command: a history query's reply would then name any file
+// for the module to read and remove. The client talks only to a peer of its own user or root.
+TEST_F(ClientTest, APeerOfAnotherUserIsRefused) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root to act as a second user";
+    }
+    const uid_t kOther = 65534;
+    std::string open = dir.File("open");
+    ASSERT_EQ(0, mkdir(open.c_str(), 0777));
+    ASSERT_EQ(0, chmod(open.c_str(), 0777));
+    ASSERT_EQ(0, chmod(dir.File("").c_str(), 0755));
+    std::string squatted = open + "/cmd.sock";
+    int ready[2];
+    ASSERT_EQ(0, pipe(ready));
+    pid_t child = fork();
+    if (child == 0) {
+        // The other user's peer: answers one request with success, then waits for the close.
+        int fd = -1;
+        struct sockaddr_un addr = {};
+        addr.sun_family = AF_UNIX;
+        snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", squatted.c_str());
+        bool ok = setresgid(kOther, kOther, kOther) == 0 && setresuid(kOther, kOther, kOther) == 0 &&
+                  (fd = socket(AF_UNIX, SOCK_STREAM, 0)) >= 0 &&
+                  bind(fd, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) == 0 &&
+                  listen(fd, 4) == 0 && write(ready[1], "1", 1) == 1;
+        alarm(10);
+        int conn = ok ? accept(fd, nullptr, nullptr) : -1;
+        unsigned char head[16];
+        std::vector<unsigned char> reply = ReplyHeader(cmdframe::kOpSet, 0, 0);
+        if (conn >= 0 && read(conn, head, sizeof(head)) == static_cast<ssize_t>(sizeof(head))) {
+            (void)!write(conn, reply.data(), reply.size());
+            while (read(conn, head, sizeof(head)) > 0) {
+            }
+        }
+        _exit(ok ? 0 : 1);
+    }
+    close(ready[1]);
+    char byte = 0;
+    ASSERT_EQ(1, read(ready[0], &byte, 1));
+    close(ready[0]);
+    tagUNIX_SOCKET_S* sock = UnixSocketOpen(squatted.c_str(), 2000);
+    HistoryRecordSwitch record = {101, ENABLE_TYPE_ON};
+    EXPECT_EQ(-1, SetCommon(nullptr, &record, sizeof(record), sock, VW_CMD_HISTORY_SWITCH, 0, "/tmp/A"));
+    UnixSocketClose(sock);
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
 }
 
 }  // namespace

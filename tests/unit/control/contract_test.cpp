@@ -136,6 +136,19 @@ TEST_F(ContractTest, EveryKindsRowSchemaIsTheOneItsRulesGenerate) {
     }
 }
 
+bool ReadWhole(const char* path, std::string* text) {
+    FILE* file = fopen(path, "r");
+    if (file == nullptr) {
+        return false;
+    }
+    char buffer[4096];
+    for (size_t n; (n = fread(buffer, 1, sizeof(buffer), file)) > 0;) {
+        text->append(buffer, n);
+    }
+    fclose(file);
+    return true;
+}
+
 class ScenarioFileTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -187,6 +200,35 @@ TEST_F(ScenarioFileTest, OneBadRowOrFaultChangesNothing) {
         EXPECT_NE(std::string::npos, error.find(c.error)) << error;
         Json after = Own(control::ExportScenario(*state, tables));
         EXPECT_TRUE(json_object_equal(before.get(), after.get())) << c.patch;
+    }
+}
+
+// A scenario file is read as strictly as a body the control port takes: json-c alone would take text
+// after the document and clamp an integer beyond 64 bits to another number.
+TEST_F(ScenarioFileTest, AFileOnlyJsonCWouldTakeIsRefusedWithItsReason) {
+    std::string demo;
+    ASSERT_TRUE(ReadWhole(VKS_DEMO_SCENARIO, &demo));
+    std::string channel = "\"historySwitches\": []";
+    ASSERT_NE(std::string::npos, demo.find(channel));
+    struct {
+        std::string text;
+        const char* error;
+    } cases[] = {
+        {demo + " x", "is not JSON"},
+        {std::string(demo).replace(
+             demo.find(channel), channel.size(),
+             "\"historySwitches\": [{\"channelId\": 18446744073709551616, \"enableRecord\": 1}]"),
+         "has an integer that does not fit 64 bits"},
+    };
+    for (const auto& c : cases) {
+        std::string path = dir + "/bad.json";
+        FILE* file = fopen(path.c_str(), "w");
+        ASSERT_NE(nullptr, file);
+        fputs(c.text.c_str(), file);
+        fclose(file);
+        std::string error;
+        EXPECT_FALSE(control::LoadScenarioFile(path, dir + "/vks.db", tables, &error));
+        EXPECT_NE(std::string::npos, error.find("scenario " + path + " " + c.error)) << error;
     }
 }
 
