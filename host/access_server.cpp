@@ -467,7 +467,7 @@ void OnHttpRequest(struct evhttp_request* req, void* arg) {
         // HEAD runs the GET's phases; the answer then goes out without its body.
         enum evhttp_cmd_type cmd = evhttp_request_get_command(req);
         found = FindRoute(*server->module, resource.c_str(),
-                          MethodName(cmd == EVHTTP_REQ_HEAD ? EVHTTP_REQ_GET : cmd), &handlers);
+                          vks_web::MethodName(cmd == EVHTTP_REQ_HEAD ? EVHTTP_REQ_GET : cmd), &handlers);
     }
     if (found == kNoSuchResource) {
         SendJsonError(req, 404, "Not Found");

@@ -174,12 +174,7 @@ std::string ErrorEnvelope(void*, int* code, std::string* reason) {
 
 void OnOutput(struct evbuffer* out, const struct evbuffer_cb_info* info, void* arg) {
     auto* conn = static_cast<Connection*>(arg);
-    if (conn->rewriting || info->n_added == 0) {
-        return;
-    }
-    conn->rewriting = true;
-    vks_web::ReplaceErrorPage(out, &ErrorEnvelope, nullptr);
-    conn->rewriting = false;
+    vks_web::ReplaceErrorPageOnAdd(out, info, &conn->rewriting, &ErrorEnvelope, nullptr);
 }
 
 Connection* Track(AccessServer* server, struct bufferevent* bev) {

@@ -8,6 +8,7 @@
 #include "http_answer.h"
 #include "request_header.h"
 #include "tls.h"
+#include "web_files.h"
 
 namespace vks_host {
 namespace {
@@ -45,7 +46,7 @@ bool AdmitRequest(AccessServer* server, struct evhttp_request* req, std::string*
     int64_t nowMs = MonotonicMs();
     const char* target = evhttp_request_get_uri(req);
     const char* authorization = evhttp_find_header(evhttp_request_get_input_headers(req), "Authorization");
-    switch (CheckAuthorization(auth, MethodName(evhttp_request_get_command(req)),
+    switch (CheckAuthorization(auth, vks_web::MethodName(evhttp_request_get_command(req)),
                                target != nullptr ? target : "", authorization, tls, nowMs, user)) {
         case AuthVerdict::kGranted:
             return true;

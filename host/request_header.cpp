@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "web_files.h"
+
 namespace vks_host {
 namespace {
 
@@ -12,36 +14,12 @@ void CopyText(char* dst, size_t size, const char* src) {
 
 }  // namespace
 
-const char* MethodName(enum evhttp_cmd_type cmd) {
-    switch (cmd) {
-        case EVHTTP_REQ_GET:
-            return "GET";
-        case EVHTTP_REQ_POST:
-            return "POST";
-        case EVHTTP_REQ_HEAD:
-            return "HEAD";
-        case EVHTTP_REQ_PUT:
-            return "PUT";
-        case EVHTTP_REQ_DELETE:
-            return "DELETE";
-        case EVHTTP_REQ_OPTIONS:
-            return "OPTIONS";
-        case EVHTTP_REQ_TRACE:
-            return "TRACE";
-        case EVHTTP_REQ_CONNECT:
-            return "CONNECT";
-        case EVHTTP_REQ_PATCH:
-            return "PATCH";
-    }
-    return "";
-}
-
 int FillRequestHeader(struct evhttp_request* req, const std::string& user, tagHTTP_HEADER_S* header) {
     const char* url = evhttp_request_get_uri(req);
     if (url == nullptr || strlen(url) >= sizeof(header->szReqUrl)) {
         return -1;
     }
-    CopyText(header->method, sizeof(header->method), MethodName(evhttp_request_get_command(req)));
+    CopyText(header->method, sizeof(header->method), vks_web::MethodName(evhttp_request_get_command(req)));
     CopyText(header->szReqUrl, sizeof(header->szReqUrl), url);
     CopyText(header->szUserName, sizeof(header->szUserName), user.c_str());
     char* address = nullptr;

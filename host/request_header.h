@@ -10,9 +10,6 @@
 
 namespace vks_host {
 
-// The request method as text ("GET", "PUT", ...); "" for a method evhttp has no name for.
-const char* MethodName(enum evhttp_cmd_type cmd);
-
 // Method, URL with its query, the user (see login.h), client address and port. -1 when the URL does
 // not fit.
 int FillRequestHeader(struct evhttp_request* req, const std::string& user, tagHTTP_HEADER_S* header);

@@ -80,4 +80,14 @@ void ReplaceErrorPage(struct evbuffer* out, ErrorBody body, void* arg) {
     }
 }
 
+void ReplaceErrorPageOnAdd(struct evbuffer* out, const struct evbuffer_cb_info* info, bool* rewriting,
+                           ErrorBody body, void* arg) {
+    if (*rewriting || info->n_added == 0) {
+        return;
+    }
+    *rewriting = true;
+    ReplaceErrorPage(out, body, arg);
+    *rewriting = false;
+}
+
 }  // namespace vks_web

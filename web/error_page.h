@@ -19,6 +19,11 @@ using ErrorBody = std::string (*)(void* arg, int* code, std::string* reason);
 // the page (from its status line on) is replaced by a JSON answer with Connection: close.
 void ReplaceErrorPage(struct evbuffer* out, ErrorBody body, void* arg);
 
+// The same as an output callback's body: only when bytes were added, and not again for the bytes the
+// replacement adds itself (*rewriting, one flag per connection, guards that).
+void ReplaceErrorPageOnAdd(struct evbuffer* out, const struct evbuffer_cb_info* info, bool* rewriting,
+                           ErrorBody body, void* arg);
+
 }  // namespace vks_web
 
 #endif

@@ -62,6 +62,30 @@ std::string DefaultWebRoot() {
     return VKS_WEB_ROOT_DEFAULT;
 }
 
+const char* MethodName(enum evhttp_cmd_type cmd) {
+    switch (cmd) {
+        case EVHTTP_REQ_GET:
+            return "GET";
+        case EVHTTP_REQ_POST:
+            return "POST";
+        case EVHTTP_REQ_HEAD:
+            return "HEAD";
+        case EVHTTP_REQ_PUT:
+            return "PUT";
+        case EVHTTP_REQ_DELETE:
+            return "DELETE";
+        case EVHTTP_REQ_OPTIONS:
+            return "OPTIONS";
+        case EVHTTP_REQ_TRACE:
+            return "TRACE";
+        case EVHTTP_REQ_CONNECT:
+            return "CONNECT";
+        case EVHTTP_REQ_PATCH:
+            return "PATCH";
+    }
+    return "";
+}
+
 std::string RequestPath(struct evhttp_request* req) {
     const struct evhttp_uri* uri = evhttp_request_get_evhttp_uri(req);
     const char* path = uri != nullptr ? evhttp_uri_get_path(uri) : nullptr;

@@ -23,6 +23,9 @@ using RefusalWriter = void (*)(struct evhttp_request* req, int code, const char*
 void SendFile(struct evhttp_request* req, const std::string& root, const std::string& relative,
               RefusalWriter refuse = nullptr);
 
+// The request method as text ("GET", "PUT", ...); "" for a method evhttp has no name for.
+const char* MethodName(enum evhttp_cmd_type cmd);
+
 // The request's path, decoded, without the query; "" when it cannot be decoded.
 std::string RequestPath(struct evhttp_request* req);
 

@@ -126,12 +126,7 @@ std::string ErrorBody(void* arg, int* code, std::string* reason) {
 
 void OnOutput(struct evbuffer* out, const struct evbuffer_cb_info* info, void* arg) {
     auto* w = static_cast<WatchedConnection*>(arg);
-    if (w->rewriting || info->n_added == 0) {
-        return;
-    }
-    w->rewriting = true;
-    vks_web::ReplaceErrorPage(out, &ErrorBody, w);
-    w->rewriting = false;
+    vks_web::ReplaceErrorPageOnAdd(out, info, &w->rewriting, &ErrorBody, w);
 }
 
 void StartHead(WatchedConnection* w) {

@@ -84,28 +84,11 @@ json_object* FaultList(const ControlTargets& t) {
     return control::FaultList(*t.analysisFaults, *t.cmdFaults);
 }
 
-const char* MethodName(enum evhttp_cmd_type method) {
-    switch (method) {
-        case EVHTTP_REQ_GET:
-            return "GET";
-        case EVHTTP_REQ_HEAD:
-            return "HEAD";
-        case EVHTTP_REQ_PUT:
-            return "PUT";
-        case EVHTTP_REQ_POST:
-            return "POST";
-        case EVHTTP_REQ_DELETE:
-            return "DELETE";
-        default:
-            return "this method";
-    }
-}
-
 // True when the route takes the request's method (HEAD wherever GET is); otherwise answers 405 with
 // the methods it takes in Allow.
 bool MethodAllowed(struct evhttp_request* req, const std::string& path,
                    std::initializer_list<const char*> allowed) {
-    const char* method = MethodName(evhttp_request_get_command(req));
+    const char* method = vks_web::MethodName(evhttp_request_get_command(req));
     std::string list;
     bool found = false;
     for (const char* m : allowed) {
