@@ -8,8 +8,7 @@ import { createServer } from "node:http";
 import { connect } from "node:net";
 import { mkdirSync, readFileSync } from "node:fs";
 import { after, before, test } from "node:test";
-import { chromium } from "playwright-core";
-import { startKit } from "./kit.mjs";
+import { launchBrowser, screenshot, startKit } from "./kit.mjs";
 
 const shots = process.env.VKS_SCREENSHOTS;
 const REBOUND = "rebound.test";  // resolves to 127.0.0.1 inside the browser only
@@ -25,16 +24,11 @@ before(async () => {
     ports = { control: Number(new URL(kit.control).port), api: Number(new URL(kit.api).port) };
     attacker = createServer((req, res) => res.end("<!doctype html><title>elsewhere</title><body></body>"));
     await new Promise((resolve) => attacker.listen(0, "127.0.0.1", resolve));
-    browser = await chromium.launch({
-        executablePath: "/usr/bin/chromium",
-        args: ["--no-sandbox", "--disable-gpu", "--disable-background-networking", "--disable-component-update",
-               "--disable-sync", "--no-first-run", "--disable-quic", `--host-resolver-rules=MAP ${REBOUND} 127.0.0.1`,
-               // Chromium itself stops a page it took for public from reaching loopback; other
-               // browsers do not, and the servers must hold without it.
-               "--disable-features=BlockInsecurePrivateNetworkRequests,PrivateNetworkAccessSendPreflights," +
-               "PrivateNetworkAccessRespectPreflightResults,LocalNetworkAccessChecks"],
-        timeout: 30000,
-    });
+    browser = await launchBrowser([`--host-resolver-rules=MAP ${REBOUND} 127.0.0.1`,
+        // Chromium itself stops a page it took for public from reaching loopback; other
+        // browsers do not, and the servers must hold without it.
+        "--disable-features=BlockInsecurePrivateNetworkRequests,PrivateNetworkAccessSendPreflights," +
+        "PrivateNetworkAccessRespectPreflightResults,LocalNetworkAccessChecks"]);
 });
 after(async () => {
     await browser?.close();
@@ -147,15 +141,15 @@ test("no write of another origin or of a rebound name lands", { timeout: 90000 }
     const page = await newPage();
     await page.goto(`http://127.0.0.1:${attacker.address().port}/`);
     const crossOrigin = await page.evaluate(attack, { control: kit.control, api: kit.api.replace(/\/api\/$/, "") });
-    await page.screenshot({ path: `${shots}/attack-cross-origin.png`, fullPage: true });
+    await screenshot(page, { path: `${shots}/attack-cross-origin.png`, fullPage: true });
     for (const [name, outcome] of crossOrigin) assert.match(outcome, /^(blocked|opaque)$/, name);
 
     const reboundControl = await reboundPage(ports.control);
     const onControl = await reboundControl.evaluate(attack, { control: "", api: "" });
-    await reboundControl.screenshot({ path: `${shots}/attack-rebound-control.png`, fullPage: true });
+    await screenshot(reboundControl, { path: `${shots}/attack-rebound-control.png`, fullPage: true });
     const reboundApi = await reboundPage(ports.api);
     const onApi = await reboundApi.evaluate(attack, { control: "", api: "" });
-    await reboundApi.screenshot({ path: `${shots}/attack-rebound-access-server.png`, fullPage: true });
+    await screenshot(reboundApi, { path: `${shots}/attack-rebound-access-server.png`, fullPage: true });
     // The page's own origin: every request reaches the server, which does not answer to the name.
     for (const [name, outcome] of [...onControl.slice(0, 9), ...onApi.slice(9)]) {
         assert.match(outcome, /^(421|opaque)$/, name);
@@ -182,7 +176,7 @@ test("the console and the docs page refuse to be framed", { timeout: 60000 }, as
         assert.equal(framed, false, target);
     }
     assert.equal(refusals.length, 2, refusals.join("\n"));
-    await page.screenshot({ path: `${shots}/framing-refused.png` });
+    await screenshot(page, { path: `${shots}/framing-refused.png` });
     await page.close();
 });
 

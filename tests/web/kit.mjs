@@ -3,6 +3,8 @@
 // runs these tests inside a private mount namespace, so the emulator's /mnt/srvfs is the test's own.
 import { spawn } from "node:child_process";
 import { mkdirSync, rmSync } from "node:fs";
+import { setTimeout as sleep } from "node:timers/promises";
+import { chromium } from "playwright-core";
 import { OpenApiDocument } from "./openapi_schema.mjs";
 
 const bin = process.env.VKS_BIN_DIR;
@@ -98,4 +100,30 @@ export async function tryEnableList(page) {
     const body = op.locator(".live-responses-table .response-col_description pre").first();
     await body.waitFor();
     return { op, body };
+}
+
+// Headless Chromium as every page test runs it. Without the background-networking switches it keeps
+// calling out of this closed network.
+export function launchBrowser(extraArgs = []) {
+    return chromium.launch({
+        executablePath: "/usr/bin/chromium",
+        args: ["--no-sandbox", "--disable-gpu", "--disable-background-networking", "--disable-component-update",
+               "--disable-sync", "--no-first-run", "--disable-quic", ...extraArgs],
+        timeout: 30000,
+    });
+}
+
+// page.screenshot, asked again when Chromium refuses a capture with "Unable to capture screenshot":
+// it does so now and then for a page whose first frame is not composited yet (seen on a loaded CI
+// machine right after an error page), and takes the same picture a moment later. Any other error,
+// or the refusal five times over, still fails the test.
+export async function screenshot(page, options) {
+    for (let attempt = 1; ; attempt++) {
+        try {
+            return await page.screenshot(options);
+        } catch (e) {
+            if (attempt === 5 || !/Unable to capture screenshot/.test(e.message)) throw e;
+            await sleep(200 * attempt);
+        }
+    }
 }

@@ -10,8 +10,7 @@ import { mkdirSync, readFileSync, rmSync, statSync, writeFileSync } from "node:f
 import { connect } from "node:net";
 import { after, before, test } from "node:test";
 import { setTimeout as sleep } from "node:timers/promises";
-import { chromium } from "playwright-core";
-import { startKit, startServer, stop, tryEnableList } from "./kit.mjs";
+import { launchBrowser, screenshot, startKit, startServer, stop, tryEnableList } from "./kit.mjs";
 
 const LIFETIME_S = 3;  // --auth-nonce-lifetime: short, so that a nonce expires within the test
 const RESOURCE = "MultiTaskAppDisplayRecogPopUps";  // its GET names the user in the operation log
@@ -207,12 +206,7 @@ test("a TLS handshake trickled a byte at a time is cut off by --header-timeout",
 
 test("docs page behind the login: refused without credentials, try it out works after the login", { timeout: 90000 }, async () => {
     mkdirSync(shots, { recursive: true });
-    const browser = await chromium.launch({
-        executablePath: "/usr/bin/chromium",
-        args: ["--no-sandbox", "--disable-gpu", "--disable-background-networking", "--disable-component-update",
-               "--disable-sync", "--no-first-run", "--disable-quic"],
-        timeout: 30000,
-    });
+    const browser = await launchBrowser();
     try {
         // Without credentials, or with a wrong password, the browser gets no further than the challenge.
         // Chromium shows the 401 answer, or (once the driver cancels its prompt) an error page.
@@ -222,7 +216,8 @@ test("docs page behind the login: refused without credentials, try it out works 
             const outcome = await page.goto(kit.docs, { timeout: 15000 }).then((r) => r.status(),
                 (e) => e.message.match(/ERR_INVALID_AUTH_CREDENTIALS/)?.[0] ?? e.message);
             assert.ok([401, "ERR_INVALID_AUTH_CREDENTIALS"].includes(outcome), `${name}: ${outcome}`);
-            await page.screenshot({ path: `${shots}/docs-login-refused-${name}.png` });
+            await page.waitForLoadState("load");  // the error page, when the navigation failed
+            await screenshot(page, { path: `${shots}/docs-login-refused-${name}.png` });
             await stranger.close();
         }
 
@@ -238,7 +233,7 @@ test("docs page behind the login: refused without credentials, try it out works 
         assert.match(await op.locator(".live-responses-table tbody .response-col_status").first().innerText(), /^200/);
         assert.match(logSince(mark), /\talice\[127\.0\.0\.1:\d+\] Get TaskModes EnableList Successfully\./);
         await body.scrollIntoViewIfNeeded();
-        await page.screenshot({ path: `${shots}/docs-login.png` });
+        await screenshot(page, { path: `${shots}/docs-login.png` });
     } finally {
         await browser.close();
     }

@@ -6,8 +6,7 @@ import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
 import { mkdirSync, readFileSync } from "node:fs";
 import { after, before, test } from "node:test";
-import { chromium } from "playwright-core";
-import { startKit, tryEnableList } from "./kit.mjs";
+import { launchBrowser, screenshot, startKit, tryEnableList } from "./kit.mjs";
 
 const shots = process.env.VKS_SCREENSHOTS;
 let kit;
@@ -16,13 +15,7 @@ let browser;
 before(async () => {
     mkdirSync(shots, { recursive: true });
     kit = await startKit("pages");
-    // Without the background-networking switches Chromium keeps calling out of this closed network.
-    browser = await chromium.launch({
-        executablePath: "/usr/bin/chromium",
-        args: ["--no-sandbox", "--disable-gpu", "--disable-background-networking", "--disable-component-update",
-               "--disable-sync", "--no-first-run", "--disable-quic"],
-        timeout: 30000,
-    });
+    browser = await launchBrowser();
 });
 after(async () => {
     await browser?.close();
@@ -47,7 +40,7 @@ test("docs page: the document renders and try it out returns the live body", { t
     assert.deepEqual(JSON.parse(await body.innerText()), JSON.parse(live.text));
     assert.match(await op.locator(".request-url pre").innerText(), /\/api\/MultiTaskAppTaskModesEnableList\?ChannelId=101&ChannelGroup=1$/);
     await body.scrollIntoViewIfNeeded();
-    await page.screenshot({ path: `${shots}/docs.png` });
+    await screenshot(page, { path: `${shots}/docs.png` });
     assert.deepEqual(page.violations, []);
     await page.close();
 });
@@ -73,7 +66,7 @@ test("console: task list, a fault set in the page reaches curl, the journal show
     const row = page.locator("#journal tbody tr", { hasText: "22025" }).filter({ hasText: '"result":5' });
     await row.first().waitFor();
     assert.match(await row.first().innerText(), /command-channel\s+22025\s+get[\s\S]*"channelId":101[\s\S]*yes/);
-    await page.screenshot({ path: `${shots}/console.png`, fullPage: true });
+    await screenshot(page, { path: `${shots}/console.png`, fullPage: true });
     assert.deepEqual(page.violations, []);
     await page.close();
 });
